@@ -1,0 +1,383 @@
+#include "RProcess.h"
+
+#include "PosixChild.h"
+#include "RLiteral.h"
+#include "SerialQueue.h"
+#include "ToolLocator.h"
+
+#include <QMetaObject>
+#include <QPointer>
+
+#include <chrono>
+#include <csignal>
+#include <mutex>
+#include <thread>
+
+#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
+
+// What the reader thread, the writer queue and the delayed kill share with the object. They hold
+// it, not the object, so a dropped RProcess can go away while its child winds down.
+struct RProcess::Shared {
+    // Guards stdinClosed and the stdin descriptor.
+    std::mutex lock;
+    bool stdinClosed = false;
+    int stdinFd = -1;
+
+    // Guards the child's identity against reuse after reaping.
+    std::mutex reapLock;
+    pid_t pid = -1;
+    bool reaped = false;
+
+    // Guards delivery to the owner; cleared when the owner goes away.
+    std::mutex deliveryLock;
+    RProcess *owner = nullptr;
+
+    SerialQueue writeQueue{"vesk.rprocess.stdin"};
+
+    bool running()
+    {
+        std::lock_guard guard(reapLock);
+        return pid > 0 && !reaped;
+    }
+
+    void deliver(QList<RProcessEvent> events)
+    {
+        if (events.isEmpty())
+            return;
+        std::lock_guard guard(deliveryLock);
+        if (!owner)
+            return;
+        QMetaObject::invokeMethod(
+            owner,
+            [target = owner, events = std::move(events)] {
+                QPointer<RProcess> alive(target);
+                for (const RProcessEvent &event : events) {
+                    if (!alive)
+                        return;
+                    emit target->event(event);
+                }
+            },
+            Qt::QueuedConnection);
+    }
+};
+
+namespace {
+
+QList<RProcessEvent> asStdout(QList<RStreamEvent> events)
+{
+    QList<RProcessEvent> result;
+    result.reserve(events.size());
+    for (RStreamEvent &event : events)
+        result.append(RProcessEvent::makeStdout(std::move(event)));
+    return result;
+}
+
+QString exitReason(const PosixExit &exit)
+{
+    if (exit.signaled)
+        return QStringLiteral("R was terminated by signal %1.").arg(exit.code);
+    if (exit.code == 0)
+        return QStringLiteral("R quit.");
+    return QStringLiteral("R exited with status %1.").arg(exit.code);
+}
+
+// The "vesk.rprocess" context: reads both pipes, owns the parser, reaps the child.
+void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, int exitFd, pid_t pid,
+              QString token)
+{
+    setCurrentThreadName("vesk.rprocess");
+    RStreamParser parser(token);
+    QByteArray chunk(64 * 1024, Qt::Uninitialized);
+    bool exited = false;
+    std::chrono::steady_clock::time_point drainUntil;
+
+    auto readInto = [&](int &fd, bool isStdout) {
+        const ssize_t n = ::read(fd, chunk.data(), chunk.size());
+        if (n > 0) {
+            const QByteArrayView bytes(chunk.constData(), n);
+            if (isStdout)
+                shared->deliver(asStdout(parser.feed(bytes)));
+            else
+                shared->deliver({RProcessEvent::makeStderr(QString::fromUtf8(bytes))});
+        } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
+            ::close(fd);
+            fd = -1;
+        }
+    };
+
+    for (;;) {
+        if (exited && (std::chrono::steady_clock::now() >= drainUntil || (outFd < 0 && errFd < 0)))
+            break;
+        pollfd fds[3];
+        int count = 0;
+        int outIndex = -1, errIndex = -1, exitIndex = -1;
+        if (outFd >= 0) {
+            outIndex = count;
+            fds[count++] = {outFd, POLLIN, 0};
+        }
+        if (errFd >= 0) {
+            errIndex = count;
+            fds[count++] = {errFd, POLLIN, 0};
+        }
+        if (!exited && exitFd >= 0) {
+            exitIndex = count;
+            fds[count++] = {exitFd, POLLIN, 0};
+        }
+        int timeout = -1;
+        if (exited)
+            timeout = int(std::chrono::duration_cast<std::chrono::milliseconds>(
+                              drainUntil - std::chrono::steady_clock::now())
+                              .count()) +
+                      1;
+        else if (exitFd < 0)
+            timeout = 50; // no exit descriptor: look for the exit now and then
+        const int ready = ::poll(fds, nfds_t(count), timeout);
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (ready > 0) {
+            if (outIndex >= 0 && fds[outIndex].revents)
+                readInto(outFd, true);
+            if (errIndex >= 0 && fds[errIndex].revents)
+                readInto(errFd, false);
+        }
+        if (!exited) {
+            bool gone = false;
+            if (exitIndex >= 0 && ready > 0 && fds[exitIndex].revents)
+                gone = true;
+            else if (exitFd < 0 && PosixChild::hasExited(pid))
+                gone = true;
+            if (!gone && outFd < 0 && errFd < 0)
+                gone = true; // both pipes closed: the wait below blocks until the exit
+            if (gone) {
+                // The last output that is still in the pipes comes before the exit event.
+                exited = true;
+                drainUntil = std::chrono::steady_clock::now() + std::chrono::milliseconds(150);
+            }
+        }
+    }
+    PosixExit exit;
+    {
+        std::lock_guard guard(shared->reapLock);
+        exit = PosixChild::wait(pid);
+        shared->reaped = true;
+    }
+    for (int fd : {outFd, errFd, exitFd})
+        if (fd >= 0)
+            ::close(fd);
+    {
+        std::lock_guard guard(shared->lock);
+        shared->stdinClosed = true;
+    }
+    QList<RProcessEvent> last = asStdout(parser.flush());
+    last.append(RProcessEvent::makeExited(exit.code, exitReason(exit)));
+    shared->deliver(std::move(last));
+    shared->writeQueue.submit([shared] {
+        std::lock_guard guard(shared->lock);
+        if (shared->stdinFd >= 0)
+            ::close(shared->stdinFd);
+        shared->stdinFd = -1;
+    });
+}
+
+} // namespace
+
+RProcess::RProcess(QString executable, QString workingDirectory, QString kernelScript, QObject *parent)
+    : QObject(parent), m_executable(std::move(executable)), m_workingDirectory(std::move(workingDirectory)),
+      m_kernelScript(std::move(kernelScript)), m_token(RStreamParser::makeToken()),
+      m_shared(std::make_shared<Shared>())
+{
+    m_shared->owner = this;
+}
+
+RProcess::~RProcess()
+{
+    {
+        std::lock_guard guard(m_shared->deliveryLock);
+        m_shared->owner = nullptr;
+    }
+    terminate();
+}
+
+QStringList RProcess::arguments(bool loadInitFile)
+{
+    QStringList arguments = {QStringLiteral("--interactive"), QStringLiteral("--no-save"),
+                             QStringLiteral("--no-restore"), QStringLiteral("--quiet"),
+                             QStringLiteral("--no-readline")};
+    if (!loadInitFile)
+        arguments.append(QStringLiteral("--no-init-file"));
+    return arguments;
+}
+
+QStringList RProcess::childEnvironment(const QStringList &parent, const QMap<QString, QString> &extra,
+                                       const QString &token)
+{
+    // Ordered map of the parent's entries; later entries of a name win, as in the C library.
+    QList<std::pair<QString, QString>> entries;
+    auto indexOf = [&](const QString &key) -> qsizetype {
+        for (qsizetype i = 0; i < entries.size(); ++i)
+            if (entries[i].first == key)
+                return i;
+        return -1;
+    };
+    auto set = [&](const QString &key, const QString &value) {
+        const qsizetype i = indexOf(key);
+        if (i >= 0)
+            entries[i].second = value;
+        else
+            entries.append({key, value});
+    };
+    auto get = [&](const QString &key) -> std::optional<QString> {
+        const qsizetype i = indexOf(key);
+        return i >= 0 ? std::optional<QString>(entries[i].second) : std::nullopt;
+    };
+    for (const QString &entry : parent) {
+        const qsizetype eq = entry.indexOf(u'=');
+        if (eq > 0)
+            set(entry.left(eq), entry.mid(eq + 1));
+    }
+
+    const QString lang = get(QStringLiteral("LANG")).value_or(QString());
+    if (!lang.toUpper().contains(QStringLiteral("UTF-8")))
+        set(QStringLiteral("LANG"), QStringLiteral("en_US.UTF-8"));
+    set(QStringLiteral("LC_CTYPE"), get(QStringLiteral("LANG")).value_or(QString()));
+
+    QString path = get(QStringLiteral("PATH")).value_or(QStringLiteral("/usr/bin:/bin:/usr/sbin:/sbin"));
+    QStringList missing;
+    for (const QString &directory : {QStringLiteral("/usr/local/bin"), QStringLiteral("/opt/homebrew/bin"),
+                                     QStringLiteral("/Library/TeX/texbin")})
+        if (!path.contains(directory))
+            missing.append(directory);
+    if (!missing.isEmpty())
+        path = (QStringList{path} + missing).join(u':');
+    set(QStringLiteral("PATH"), path);
+    set(QStringLiteral("R_CLI_NUM_COLORS"), QStringLiteral("256"));
+    if (const qsizetype i = indexOf(QStringLiteral("RSTUDIO")); i >= 0)
+        entries.removeAt(i);
+    set(QStringLiteral("TERM"), QStringLiteral("dumb"));
+    if (!get(QStringLiteral("RSTUDIO_PANDOC"))) {
+        if (const auto pandoc = ToolLocator::bundledPandocDirectory())
+            set(QStringLiteral("RSTUDIO_PANDOC"), *pandoc);
+    }
+    for (auto it = extra.cbegin(); it != extra.cend(); ++it)
+        set(it.key(), it.value());
+    set(tokenVariable, token);
+
+    QStringList result;
+    result.reserve(entries.size());
+    for (const auto &[key, value] : entries)
+        result.append(key + u'=' + value);
+    return result;
+}
+
+bool RProcess::start(const QMap<QString, QString> &extraEnvironment, bool loadInitFile, QString *error)
+{
+    if (m_started) {
+        if (error)
+            *error = QStringLiteral("The R process was started already.");
+        return false;
+    }
+    PosixChild child;
+    PosixChild::Options options;
+    options.program = m_executable;
+    options.arguments = arguments(loadInitFile);
+    options.workingDirectory = m_workingDirectory;
+    options.environment = childEnvironment(PosixChild::systemEnvironment(), extraEnvironment, m_token);
+    if (!child.start(options, error))
+        return false;
+    m_started = true;
+
+    {
+        std::lock_guard guard(m_shared->reapLock);
+        m_shared->pid = child.pid();
+    }
+    {
+        std::lock_guard guard(m_shared->lock);
+        m_shared->stdinFd = child.stdinFd();
+    }
+    std::thread(readLoop, m_shared, child.stdoutFd(), child.stderrFd(), child.exitFd(), child.pid(), m_token)
+        .detach();
+    child.releaseDescriptors();
+
+    send(QStringLiteral("source(%1, encoding = \"UTF-8\")").arg(RLiteral::string(m_kernelScript)));
+    return true;
+}
+
+void RProcess::send(const QString &line)
+{
+    if (!m_started)
+        return;
+    QByteArray bytes = line.toUtf8();
+    bytes.append('\n');
+    m_shared->writeQueue.submit([shared = m_shared, bytes = std::move(bytes)] {
+        // Only this queue closes the descriptor, so it stays valid outside the lock; the lock is not
+        // held across a write that may block on a full pipe.
+        int fd = -1;
+        {
+            std::lock_guard guard(shared->lock);
+            if (shared->stdinClosed)
+                return;
+            fd = shared->stdinFd;
+        }
+        if (fd < 0)
+            return;
+        qsizetype written = 0;
+        while (written < bytes.size()) {
+            const ssize_t n = ::write(fd, bytes.constData() + written, size_t(bytes.size() - written));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0) {
+                std::lock_guard guard(shared->lock);
+                shared->stdinClosed = true;
+                return;
+            }
+            written += n;
+        }
+    });
+}
+
+void RProcess::interrupt()
+{
+    std::lock_guard guard(m_shared->reapLock);
+    if (m_shared->pid > 0 && !m_shared->reaped)
+        ::kill(m_shared->pid, SIGINT);
+}
+
+void RProcess::terminate()
+{
+    if (!isRunning())
+        return;
+    {
+        std::lock_guard guard(m_shared->lock);
+        m_shared->stdinClosed = true;
+    }
+    {
+        std::lock_guard guard(m_shared->reapLock);
+        if (m_shared->pid > 0 && !m_shared->reaped)
+            ::kill(m_shared->pid, SIGTERM);
+    }
+    m_shared->writeQueue.submit([shared = m_shared] {
+        std::lock_guard guard(shared->lock);
+        if (shared->stdinFd >= 0)
+            ::close(shared->stdinFd);
+        shared->stdinFd = -1;
+    });
+    std::thread([shared = m_shared] {
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        std::lock_guard guard(shared->reapLock);
+        if (shared->pid > 0 && !shared->reaped && ::kill(shared->pid, 0) == 0)
+            ::kill(shared->pid, SIGKILL);
+    }).detach();
+}
+
+qint32 RProcess::processIdentifier() const
+{
+    std::lock_guard guard(m_shared->reapLock);
+    return m_shared->pid;
+}
+
+bool RProcess::isRunning() const
+{
+    return m_shared->running();
+}

@@ -1,0 +1,55 @@
+#include "TestSupport.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QThread>
+
+namespace TestSupport {
+
+QString sourcePath(const QString &relative)
+{
+    return QStringLiteral(VESK_SOURCE_DIR "/") + relative;
+}
+
+QString kernelScript()
+{
+    return sourcePath(QStringLiteral("Resources/kernel.R"));
+}
+
+QString rExecutable()
+{
+    const QString preferred = qEnvironmentVariable("VESK_TEST_R");
+    if (!preferred.isEmpty())
+        return preferred;
+    for (const char *candidate : {"/usr/bin/R", "/usr/local/bin/R"}) {
+        if (QFileInfo(QString::fromLatin1(candidate)).isExecutable())
+            return QString::fromLatin1(candidate);
+    }
+    return QStringLiteral("R");
+}
+
+bool waitUntil(const std::function<bool()> &done, std::chrono::milliseconds timeout)
+{
+    QDeadlineTimer deadline(timeout);
+    while (!done()) {
+        if (deadline.hasExpired())
+            return done();
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        if (!done())
+            QThread::msleep(1);
+    }
+    return true;
+}
+
+void spin(std::chrono::milliseconds duration)
+{
+    QDeadlineTimer deadline(duration);
+    while (!deadline.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(1);
+    }
+}
+
+} // namespace TestSupport

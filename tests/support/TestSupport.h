@@ -1,0 +1,22 @@
+// Helpers shared by the test suites: where the sources and R are, and waiting on the event loop.
+#pragma once
+
+#include <QString>
+
+#include <chrono>
+#include <functional>
+
+namespace TestSupport {
+
+QString sourcePath(const QString &relative);
+// The kernel script of the source tree.
+QString kernelScript();
+// The R executable the tests run against (VESK_TEST_R or the usual locations).
+QString rExecutable();
+// Spins the event loop until `done` is true or `timeout` runs out; returns `done()`.
+bool waitUntil(const std::function<bool()> &done,
+               std::chrono::milliseconds timeout = std::chrono::seconds(20));
+// Spins the event loop for the given time.
+void spin(std::chrono::milliseconds duration);
+
+} // namespace TestSupport
