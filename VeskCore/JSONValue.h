@@ -21,7 +21,7 @@ public:
     enum class Kind { Bool, Number, String, Array, Object, Null };
 
     using Array = QList<JSONValue>;
-    using Object = std::map<QString, JSONValue>;
+    using Object = std::map<QString, JSONValue, std::less<>>;
 
     // A failed parse: the reader's message and the byte offset where it stopped.
     struct ParseError {

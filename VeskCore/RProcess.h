@@ -54,12 +54,14 @@ public:
                                         const QString &token);
     static QStringList arguments(bool loadInitFile);
 
+    // What the object shares with its reader thread, writer queue and delayed kill.
+    struct Shared;
+
 signals:
     // Delivered in order on the owner's thread; Exited always comes last.
     void event(const RProcessEvent &event);
 
 private:
-    struct Shared;
     QString m_executable;
     QString m_workingDirectory;
     QString m_kernelScript;

@@ -65,8 +65,15 @@ public:
     const QString &readyPrompt() const { return m_readyPrompt; }
     const QString &continuationPrompt() const { return m_continuationPrompt; }
 
+    // An unfinished frame or echo line longer than this is no kernel traffic: it is let through as
+    // text, so a stream that never closes one cannot hold memory without bound.
+    static constexpr qsizetype maxHeldCharacters = 16 * 1024 * 1024;
+
 private:
-    // implementation state: see the .cpp
+    enum class Match { Matched, Incomplete, No };
+    Match matchBrowserPrompt(qsizetype at, qsizetype &length, int &level) const;
+    void drain(QList<RStreamEvent> &events);
+
     QString m_token;
     QString m_readyPrompt;
     QString m_continuationPrompt;
@@ -74,4 +81,7 @@ private:
     QString m_buffer;
     bool m_expectingEcho = false;
     bool m_atLineStart = true;
+    // Where the search for the end of the held frame or echo line resumes, so held data is scanned
+    // once however many feeds it takes to complete.
+    qsizetype m_resumeScan = 0;
 };

@@ -23,16 +23,19 @@ SerialQueue::SerialQueue(std::string label) : m_state(std::make_shared<State>())
 {
     std::thread([state = m_state, label = std::move(label)] {
         setCurrentThreadName(label);
-        std::unique_lock lock(state->mutex);
         for (;;) {
-            state->wake.wait(lock, [&] { return state->closing || !state->tasks.empty(); });
-            if (state->tasks.empty())
-                return; // closing, and everything submitted has run
-            auto task = std::move(state->tasks.front());
-            state->tasks.pop_front();
-            lock.unlock();
+            std::function<void()> task;
+            {
+                std::unique_lock lock(state->mutex);
+                state->wake.wait(lock, [&] { return state->closing || !state->tasks.empty(); });
+                if (state->tasks.empty())
+                    return; // closing, and everything submitted has run
+                task = std::move(state->tasks.front());
+                state->tasks.pop_front();
+            }
+            // The task and what it captured die here, outside the lock: the last reference to the
+            // queue's owner may be among them, and its destructor locks the queue.
             task();
-            lock.lock();
         }
     }).detach();
 }

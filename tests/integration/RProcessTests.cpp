@@ -244,7 +244,7 @@ TEST(CommandOutputRun, OutputTimeoutAndFailure)
 TEST(RLocatorFind, PreferredPathMustBeExecutable)
 {
     EXPECT_EQ(RLocator::find(QStringLiteral("/bin/sh")), QStringLiteral("/bin/sh"));
-    const auto fallback = RLocator::find(QStringLiteral("/etc/hostname"));
+    const auto fallback = RLocator::find(QStringLiteral("/nonexistent/R"));
     if (fallback)
         EXPECT_TRUE(RLocator::candidates().contains(*fallback));
     EXPECT_EQ(RLocator::find(QString()), RLocator::find(std::nullopt));
