@@ -28,7 +28,7 @@ int main(int argc, char **argv)
         window.setStatusText(QStringLiteral("R was not found. Install R to use Vesk."));
     } else {
         process = std::make_unique<RProcess>(*r, folder, kernel);
-        QObject::connect(process.get(), &RProcess::event, &window, [&window](const RProcessEvent &e) {
+        QObject::connect(process.get(), &RProcess::eventReceived, &window, [&window](const RProcessEvent &e) {
             switch (e.kind) {
             case RProcessEvent::Kind::Stdout:
                 if (e.stream.kind == RStreamEvent::Kind::Event &&

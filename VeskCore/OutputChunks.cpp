@@ -1,5 +1,7 @@
 #include "OutputChunks.h"
 
+#include "ANSIText.h"
+
 #include <algorithm>
 
 namespace OutputChunks {

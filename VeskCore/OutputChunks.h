@@ -16,4 +16,13 @@ qsizetype lineCount(const QString &text);
 // `index` moved forward past UTF-8 continuation bytes, not beyond the end.
 qsizetype scalarBoundary(QByteArrayView utf8, qsizetype index);
 
+struct Split {
+    QStringList frozen;
+    QString live;
+};
+// Cuts `text` into pieces of at most `maxBytes` bytes and `maxLines` line breaks, preferring line
+// ends, never inside a character or an escape sequence. Each piece starts by setting the style
+// carried over from the one before, so it displays alone with the right colours.
+Split split(const QString &text, qsizetype maxBytes, qsizetype maxLines);
+
 } // namespace OutputChunks

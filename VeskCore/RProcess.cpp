@@ -56,7 +56,7 @@ struct RProcess::Shared {
                 for (const RProcessEvent &event : events) {
                     if (!alive)
                         return;
-                    emit target->event(event);
+                    emit target->eventReceived(event);
                 }
             },
             Qt::QueuedConnection);

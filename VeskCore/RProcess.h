@@ -59,7 +59,7 @@ public:
 
 signals:
     // Delivered in order on the owner's thread; Exited always comes last.
-    void event(const RProcessEvent &event);
+    void eventReceived(const RProcessEvent &event);
 
 private:
     QString m_executable;

@@ -363,7 +363,7 @@ void RSession::start(const QString &executable, const QString &workingDirectory,
 
     m_process = std::make_unique<RProcess>(executable, workingDirectory, kernel);
     const quint64 generation = m_generation;
-    connect(m_process.get(), &RProcess::event, this, [this, generation](const RProcessEvent &event) {
+    connect(m_process.get(), &RProcess::eventReceived, this, [this, generation](const RProcessEvent &event) {
         if (generation == m_generation)
             handle(event);
     });

@@ -22,7 +22,7 @@ struct Recorder {
 
     explicit Recorder(RProcess &process)
     {
-        QObject::connect(&process, &RProcess::event, [this](const RProcessEvent &e) { events.append(e); });
+        QObject::connect(&process, &RProcess::eventReceived, [this](const RProcessEvent &e) { events.append(e); });
     }
     bool exited() const { return !events.isEmpty() && events.last().kind == RProcessEvent::Kind::Exited; }
     qsizetype countPrompts(RPrompt::Kind kind) const
