@@ -1,0 +1,239 @@
+#include "RStreamParser.h"
+
+#include <QRandomGenerator>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const QString token = QStringLiteral("0123456789abcdef0123456789abcdef");
+
+QByteArray frame(const QByteArray &payload, const QString &withToken = token)
+{
+    return QByteArray("\x1e") + withToken.toUtf8() + payload + QByteArray("\x1f");
+}
+
+QByteArray ready()
+{
+    return QByteArray("\x02VESK>") + token.toUtf8() + QByteArray("\x03");
+}
+
+QByteArray continuation()
+{
+    return QByteArray("\x02VESK+") + token.toUtf8() + QByteArray("\x03");
+}
+
+// Text may come out in different pieces depending on where the feeds were split; merge adjacent
+// text events so that only what the stream means is compared.
+QList<RStreamEvent> normalized(const QList<RStreamEvent> &events)
+{
+    QList<RStreamEvent> out;
+    for (const RStreamEvent &event : events) {
+        if (event.kind == RStreamEvent::Kind::Text && !out.isEmpty() && out.last().kind == RStreamEvent::Kind::Text)
+            out.last().text += event.text;
+        else if (!(event.kind == RStreamEvent::Kind::Text && event.text.isEmpty()))
+            out.append(event);
+    }
+    return out;
+}
+
+QList<RStreamEvent> parseSplit(const QByteArray &stream, const QList<qsizetype> &cuts)
+{
+    RStreamParser parser(token);
+    QList<RStreamEvent> events;
+    qsizetype from = 0;
+    for (qsizetype cut : cuts) {
+        events += parser.feed(QByteArrayView(stream.constData() + from, cut - from));
+        from = cut;
+    }
+    events += parser.feed(QByteArrayView(stream.constData() + from, stream.size() - from));
+    events += parser.flush();
+    return normalized(events);
+}
+
+QList<RStreamEvent> parseWhole(const QByteArray &stream)
+{
+    return parseSplit(stream, {});
+}
+
+// A session-like stream: prompts, echoes, hidden client lines, text with multi-byte characters,
+// frames, a forged frame, browser prompts and words that start with "B".
+QByteArray sampleStream()
+{
+    QByteArray s;
+    s += "R version 4.x\n> source(\"kernel.R\")\n";
+    s += frame(R"({"type":"ready","version":"4.2.2","pid":42})");
+    s += ready() + ".vesk$exec(\"r1\", \"cat('Grüße')\")\n";
+    s += "Grüße 你好 🎉\nBecause it is\n";
+    s += frame(R"({"type":"message","text":"héllo \u00e9"})");
+    s += "\x1e" "notthetoken{\"type\":\"x\"}\x1f after\n";
+    s += frame("not json");
+    s += frame(R"({"type":"done","ok":true})");
+    s += ready() + "f()\n";
+    s += "Called from: f()\nBrowse[2]> n\n";
+    s += "debug at /tmp/a.R#3: x <- 1\nBrowse[12]> ";
+    s += "c\n[1] 1\n";
+    s += continuation() + "+ 1\n";
+    s += "xBrowse[1]> is text\n";
+    s += ready();
+    return s;
+}
+
+}  // namespace
+
+TEST(RStreamParser, TellsTextFramesPromptsAndEchoesApart)
+{
+    const QList<RStreamEvent> events = parseWhole(sampleStream());
+    QList<RStreamEvent> expected = {
+        RStreamEvent::makeText(QStringLiteral("R version 4.x\n> source(\"kernel.R\")\n")),
+        RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"ready","version":"4.2.2","pid":42})"))),
+        RStreamEvent::makePrompt(RPrompt::ready()),
+        RStreamEvent::makeText(QStringLiteral("Grüße 你好 🎉\nBecause it is\n")),
+        RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"message","text":"héllo é"})"))),
+        RStreamEvent::makeText(QStringLiteral("\x1enotthetoken{\"type\":\"x\"}\x1f after\n")),
+        RStreamEvent::makeMalformed(QStringLiteral("not json")),
+        RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"done","ok":true})"))),
+        RStreamEvent::makePrompt(RPrompt::ready()),
+        RStreamEvent::makeEcho(QStringLiteral("f()")),
+        RStreamEvent::makeText(QStringLiteral("Called from: f()\n")),
+        RStreamEvent::makePrompt(RPrompt::browser(2)),
+        RStreamEvent::makeEcho(QStringLiteral("n")),
+        RStreamEvent::makeText(QStringLiteral("debug at /tmp/a.R#3: x <- 1\n")),
+        RStreamEvent::makePrompt(RPrompt::browser(12)),
+        RStreamEvent::makeEcho(QStringLiteral("c")),
+        RStreamEvent::makeText(QStringLiteral("[1] 1\n")),
+        RStreamEvent::makePrompt(RPrompt::continuation()),
+        RStreamEvent::makeEcho(QStringLiteral("+ 1")),
+        RStreamEvent::makeText(QStringLiteral("xBrowse[1]> is text\n")),
+        RStreamEvent::makePrompt(RPrompt::ready()),
+    };
+    ASSERT_EQ(events.size(), expected.size());
+    for (qsizetype i = 0; i < events.size(); ++i)
+        EXPECT_EQ(events[i], expected[i]) << "event " << i << ": " << events[i].text.toStdString();
+}
+
+TEST(RStreamParser, SameEventsForEverySplit)
+{
+    const QByteArray stream = sampleStream();
+    const QList<RStreamEvent> whole = parseWhole(stream);
+    // Every single cut point: inside the token, inside multi-byte characters, between 0x1F and text.
+    for (qsizetype cut = 1; cut < stream.size(); ++cut)
+        ASSERT_EQ(parseSplit(stream, {cut}), whole) << "cut at " << cut;
+    // Many random splits into several pieces, including one-byte feeds.
+    QRandomGenerator random(20261122);
+    for (int round = 0; round < 400; ++round) {
+        QList<qsizetype> cuts;
+        qsizetype at = 0;
+        while (true) {
+            at += 1 + random.bounded(round % 4 == 0 ? 3 : 40);
+            if (at >= stream.size())
+                break;
+            cuts.append(at);
+        }
+        ASSERT_EQ(parseSplit(stream, cuts), whole) << "round " << round;
+    }
+}
+
+TEST(RStreamParser, HeldPiecesWaitForTheirEnd)
+{
+    RStreamParser parser(token);
+    // A frame that has not ended yet gives nothing, then its event once it ends.
+    EXPECT_TRUE(parser.feed(QByteArrayView("\x1e" + token.toUtf8() + "{\"type\":")).isEmpty());
+    const QList<RStreamEvent> done = parser.feed(QByteArrayView("\"done\"}\x1f"));
+    ASSERT_EQ(done.size(), 1);
+    EXPECT_EQ(done.first().kind, RStreamEvent::Kind::Event);
+
+    // "Browse[2" at the end of a feed waits; "Because" split after "B" comes through unchanged.
+    EXPECT_TRUE(normalized(parser.feed(QByteArrayView("Browse[2"))).isEmpty());
+    const QList<RStreamEvent> prompt = parser.feed(QByteArrayView("]> "));
+    ASSERT_EQ(prompt.size(), 1);
+    EXPECT_EQ(prompt.first().prompt, RPrompt::browser(2));
+    // After a prompt, text without a line feed waits to become the echo.
+    EXPECT_TRUE(parser.feed(QByteArrayView("where")).isEmpty());
+    const QList<RStreamEvent> echo = parser.feed(QByteArrayView("\nB"));
+    ASSERT_EQ(echo.size(), 1);
+    EXPECT_EQ(echo.first(), RStreamEvent::makeEcho(QStringLiteral("where")));
+    EXPECT_EQ(normalized(parser.feed(QByteArrayView("ecause\n"))),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("Because\n"))});
+}
+
+TEST(RStreamParser, LineStartRulesForTheBrowserPrompt)
+{
+    // Output with no trailing line feed before "Browse[" keeps it from being a prompt.
+    RStreamParser parser(token);
+    EXPECT_EQ(normalized(parser.feed(QByteArrayView("no newline"))),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("no newline"))});
+    EXPECT_EQ(normalized(parser.feed(QByteArrayView("Browse[1]> x\n"))),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("Browse[1]> x\n"))});
+    // "Browse[]> " has no level: text.
+    EXPECT_EQ(parseWhole("Browse[]> \n"), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("Browse[]> \n"))});
+    // A level too large for an int still is a browser prompt, at level 1.
+    const QList<RStreamEvent> huge = parseWhole("Browse[99999999999999]> q\n");
+    ASSERT_FALSE(huge.isEmpty());
+    EXPECT_EQ(huge.first().prompt, RPrompt::browser(1));
+    // A hidden client line resets the line start.
+    const QList<RStreamEvent> hidden = parseWhole(ready() + ".vesk$debugState()\nBrowse[3]> ");
+    ASSERT_EQ(hidden.size(), 2);
+    EXPECT_EQ(hidden.last().prompt, RPrompt::browser(3));
+}
+
+TEST(RStreamParser, BadBytesNeverBlockTheStream)
+{
+    // Invalid UTF-8 comes through as the replacement character.
+    EXPECT_EQ(parseWhole("a\xff" "b\xc3\n"), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("a\uFFFDb\uFFFD\n"))});
+    RStreamParser parser(token);
+    EXPECT_EQ(normalized(parser.feed(QByteArrayView("x\xe4\xbd"))),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("x"))});
+    EXPECT_EQ(normalized(parser.feed(QByteArrayView("\xa0\n"))),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("你\n"))});
+    // A frame that never ends is given out raw by flush.
+    RStreamParser cut(token);
+    EXPECT_TRUE(cut.feed(QByteArrayView("\x1e" + token.toUtf8() + "{\"a\":1")).isEmpty());
+    EXPECT_EQ(cut.flush(), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("\x1e") + token + QStringLiteral("{\"a\":1"))});
+}
+
+TEST(RStreamParser, EndlessLineAndEndlessFrameStayLinear)
+{
+    // 100 MB without a line feed, in 64 KB feeds: given out as it comes, never rescanned.
+    RStreamParser parser(token);
+    const QByteArray block(64 * 1024, 'x');
+    qsizetype total = 0;
+    for (int i = 0; i < 1600; ++i)
+        for (const RStreamEvent &event : parser.feed(QByteArrayView(block)))
+            total += event.text.size();
+    EXPECT_EQ(total, qsizetype(1600) * block.size());
+
+    // A frame that never ends is held only up to a bound, then let through as text.
+    RStreamParser endless(token);
+    endless.feed(QByteArrayView("\x1e" + token.toUtf8()));
+    qsizetype out = 0;
+    for (int i = 0; i < 400; ++i)
+        for (const RStreamEvent &event : endless.feed(QByteArrayView(block)))
+            out += event.text.size();
+    EXPECT_GT(out, 0);
+}
+
+TEST(RStreamParser, TokensAndInputRequests)
+{
+    const QString made = RStreamParser::makeToken();
+    EXPECT_EQ(made.size(), 32);
+    EXPECT_NE(made, RStreamParser::makeToken());
+    for (QChar c : made)
+        EXPECT_TRUE((c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f'));
+
+    auto request = [](const char *json) { return RInputRequest::from(*JSONValue::parse(QByteArrayView(json))); };
+    EXPECT_EQ(request(R"({"type":"input","kind":"lines"})")->kind, RInputRequest::Kind::Lines);
+    EXPECT_EQ(request(R"({"type":"input","kind":"line"})")->kind, RInputRequest::Kind::Line);
+    EXPECT_EQ(request(R"({"type":"input","kind":3})")->kind, RInputRequest::Kind::Line);
+    EXPECT_EQ(request(R"({"type":"input"})")->kind, RInputRequest::Kind::Line);
+    EXPECT_FALSE(request(R"({"type":"inputs"})").has_value());
+    EXPECT_FALSE(request(R"(["input"])").has_value());
+    EXPECT_TRUE(RInputRequest::isDone(*JSONValue::parse(QByteArrayView(R"({"type":"input_done"})"))));
+    EXPECT_FALSE(RInputRequest::isDone(*JSONValue::parse(QByteArrayView(R"({"type":"input"})"))));
+}
+
+TEST(RStreamParserDeathTest, RefusesAWeakToken)
+{
+    EXPECT_DEATH(RStreamParser(QStringLiteral("short")), "token");
+    EXPECT_DEATH(RStreamParser(QStringLiteral("0123456789abcdef-")), "token");
+}
