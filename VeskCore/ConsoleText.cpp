@@ -1,254 +1,297 @@
 #include "ConsoleText.h"
 
+#include "ANSIStyle.h"
+#include "ANSIText.h"
+
 #include <QTextBoundaryFinder>
 
+#include <algorithm>
+#include <limits>
 #include <vector>
 
 namespace {
 
-constexpr char16_t ESC = 0x1B;
+constexpr char16_t escape = 0x1B;
+constexpr char16_t bell = 0x07;
+constexpr char16_t space[] = u" ";
 
-QList<QStringView> graphemes(QStringView text)
+bool inRange(char32_t c, char32_t low, char32_t high)
 {
-    QList<QStringView> clusters;
-    clusters.reserve(text.size());
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.data(), int(text.size()));
-    qsizetype start = 0;
-    while (finder.toNextBoundary() >= 0) {
-        const qsizetype end = finder.position();
-        clusters.append(text.mid(start, end - start));
-        start = end;
-    }
-    return clusters;
+    return c >= low && c <= high;
 }
 
-// The scalar of a one-scalar cluster, or -1.
-int scalar(QStringView cluster)
-{
-    if (cluster.size() == 1)
-        return cluster.front().unicode();
-    if (cluster.size() == 2 && cluster[0].isHighSurrogate() && cluster[1].isLowSurrogate())
-        return int(QChar::surrogateToUcs4(cluster[0], cluster[1]));
-    return -1;
-}
-
-bool isLineBreak(QStringView cluster)
-{
-    return cluster == u"\n" || cluster == u"\r\n";
-}
-
-bool onlyDigitsAndSemicolons(QStringView text)
+bool isDigitsAndSemicolons(QStringView text)
 {
     for (QChar c : text)
-        if (!(c.unicode() >= u'0' && c.unicode() <= u'9') && c != u';')
+        if (!((c >= u'0' && c <= u'9') || c == u';'))
             return false;
     return true;
 }
 
-struct Line {
-    std::vector<QString> characters;
-    std::vector<ANSIStyle> styles;
-    qsizetype cursor = 0;
-    ANSIStyle pen;
-    ANSIStyle startStyle;
-
-    qsizetype length() const { return qsizetype(characters.size()); }
-
-    QString rendered() const
+// The input of one write, cut into grapheme clusters.
+class Clusters {
+public:
+    explicit Clusters(const QString &text) : m_text(text)
     {
-        QString out;
-        ANSIStyle current = startStyle;
-        for (size_t i = 0; i < characters.size(); ++i) {
-            if (!(styles[i] == current)) {
-                out.append(ANSIText::sequence(styles[i]));
-                current = styles[i];
-            }
-            out.append(characters[i]);
+        m_bounds.reserve(text.size() + 1);
+        m_bounds.push_back(0);
+        // Below U+0300 there are no combining marks, joiners or other extenders: every unit is a
+        // cluster of its own but for CR LF. Most output is such text; spare it the full rules.
+        if (std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x300; })) {
+            for (qsizetype i = 1; i <= text.size(); ++i)
+                if (i == text.size() || !(text[i - 1] == u'\r' && text[i] == u'\n'))
+                    m_bounds.push_back(i);
+            return;
         }
-        if (!(pen == current))
-            out.append(ANSIText::sequence(pen));
-        return out;
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+        for (qsizetype at = finder.toNextBoundary(); at > 0; at = finder.toNextBoundary())
+            m_bounds.push_back(at);
+        if (m_bounds.back() != text.size()) // close the last cluster, whatever the finder did
+            m_bounds.push_back(text.size());
     }
 
-    void put(QStringView character)
+    qsizetype count() const { return qsizetype(m_bounds.size()) - 1; }
+    qsizetype offset(qsizetype k) const { return m_bounds[k]; }
+    QStringView at(qsizetype k) const
     {
-        if (cursor < length()) {
-            characters[size_t(cursor)] = character.toString();
-            styles[size_t(cursor)] = pen;
-        } else {
-            characters.push_back(character.toString());
-            styles.push_back(pen);
-        }
-        ++cursor;
+        return QStringView(m_text).mid(m_bounds[k], m_bounds[k + 1] - m_bounds[k]);
     }
 
-    void erase(int mode)
+    // The cluster's scalar if it is exactly one, else a value no range test matches.
+    char32_t scalar(qsizetype k) const
     {
-        const qsizetype L = length();
-        const qsizetype c = cursor;
-        auto blank = [&](qsizetype count) {
-            for (qsizetype i = 0; i < count; ++i) {
-                characters[size_t(i)] = QStringLiteral(" ");
-                styles[size_t(i)] = ANSIStyle{};
-            }
-        };
-        auto truncate = [&](qsizetype at) {
-            characters.resize(size_t(at));
-            styles.resize(size_t(at));
-        };
-        switch (mode) {
-        case 0:
-            truncate(qMin(L, c));
-            break;
-        case 1:
-            blank(qMin(L, c + 1));
-            break;
-        case 2:
-            blank(qMin(L, c));
-            truncate(qMin(L, c));
-            break;
-        default:
-            break;
-        }
+        const qsizetype start = m_bounds[k];
+        const qsizetype length = m_bounds[k + 1] - start;
+        const QChar *c = m_text.constData() + start;
+        if (length == 1)
+            return c[0].isSurrogate() ? 0xFFFFFFFF : c[0].unicode();
+        if (length == 2 && c[0].isHighSurrogate() && c[1].isLowSurrogate())
+            return QChar::surrogateToUcs4(c[0], c[1]);
+        return 0xFFFFFFFF;
     }
 
-    // Writes the clusters; completed lines go to `output`. Returns what is left of an escape
-    // sequence that the input cut off.
-    QString write(const QList<QStringView> &input, QString &output)
+    bool isLineFeed(qsizetype k) const
     {
-        const qsizetype n = input.size();
-        auto leftoverFrom = [&](qsizetype k) {
-            QString rest;
-            for (qsizetype i = k; i < n; ++i)
-                rest.append(input[i]);
-            return rest;
-        };
-        qsizetype k = 0;
-        while (k < n) {
-            const QStringView ch = input[k];
-            if (isLineBreak(ch)) {
-                output.append(rendered());
-                output.append(u'\n');
-                characters.clear();
-                styles.clear();
-                startStyle = pen;
-                cursor = 0;
-                ++k;
-                continue;
-            }
-            if (ch == u"\r") {
-                cursor = 0;
-                ++k;
-                continue;
-            }
-            if (ch == u"\b") {
-                cursor = qMax<qsizetype>(0, cursor - 1);
-                ++k;
-                continue;
-            }
-            if (!(ch.size() == 1 && ch.front().unicode() == ESC)) {
-                put(ch);
-                ++k;
-                continue;
-            }
-            // An escape sequence.
-            if (k + 1 >= n)
-                return leftoverFrom(k);
-            const QStringView next = input[k + 1];
-            if (next == u"]") {
-                qsizetype j = k + 2;
-                bool ended = false;
-                while (j < n) {
-                    const int s = scalar(input[j]);
-                    if (s == 0x07) {
-                        ++j;
-                        ended = true;
-                        break;
-                    }
-                    if (s == ESC && j + 1 < n && input[j + 1] == u"\\") {
-                        j += 2;
-                        ended = true;
-                        break;
-                    }
-                    if (s == '\n' || s == '\r' || isLineBreak(input[j])) {
-                        ended = true; // the break stays in place
-                        break;
-                    }
-                    ++j;
-                }
-                if (!ended)
-                    return leftoverFrom(k);
-                k = j;
-                continue;
-            }
-            if (next == u"[") {
-                qsizetype j = k + 2;
-                QString parameters;
-                while (j < n) {
-                    const int s = scalar(input[j]);
-                    if (s < 0x20 || s > 0x3F)
-                        break; // also ends at a line break or a cluster of several scalars
-                    parameters.append(input[j]);
-                    ++j;
-                }
+        const qsizetype start = m_bounds[k];
+        const qsizetype length = m_bounds[k + 1] - start;
+        const QChar *c = m_text.constData() + start;
+        return (length == 1 && c[0] == u'\n') || (length == 2 && c[0] == u'\r' && c[1] == u'\n');
+    }
+    bool startsWithLineBreak(qsizetype k) const
+    {
+        const QChar first = m_text[m_bounds[k]];
+        return first == u'\n' || first == u'\r';
+    }
+
+private:
+    const QString &m_text;
+    std::vector<qsizetype> m_bounds;
+};
+
+// The working state of the last line. Characters point into strings that outlive the line: the
+// replayed line and the input of the write.
+class Line {
+public:
+    struct Character {
+        QStringView text;
+        ANSIStyle style;
+    };
+
+    qsizetype length() const { return qsizetype(m_characters.size()); }
+    qsizetype cursor() const { return m_cursor; }
+    void setCursor(qsizetype cursor) { m_cursor = std::clamp<qsizetype>(cursor, 0, length()); }
+
+    // Applies `input`; completed lines go to `output`. Returns the offset of an escape sequence cut
+    // off by the end of the input, or -1.
+    qsizetype write(const QString &input, QString &output);
+    void render(QString &out) const;
+
+private:
+    void put(QStringView text);
+    void erase(int mode);
+
+    std::vector<Character> m_characters;
+    qsizetype m_cursor = 0;
+    ANSIStyle m_pen;
+    ANSIStyle m_startStyle;
+};
+
+qsizetype Line::write(const QString &input, QString &output)
+{
+    const Clusters clusters(input);
+    const qsizetype n = clusters.count();
+    qsizetype k = 0;
+    while (k < n) {
+        if (clusters.isLineFeed(k)) {
+            render(output);
+            output += u'\n';
+            m_characters.clear();
+            m_cursor = 0;
+            m_startStyle = m_pen;
+            ++k;
+            continue;
+        }
+        const char32_t c = clusters.scalar(k);
+        if (c == u'\r') {
+            m_cursor = 0;
+            ++k;
+            continue;
+        }
+        if (c == 0x08) {
+            m_cursor = std::max<qsizetype>(0, m_cursor - 1);
+            ++k;
+            continue;
+        }
+        if (c != escape) {
+            put(clusters.at(k));
+            ++k;
+            continue;
+        }
+
+        if (k + 1 >= n)
+            return clusters.offset(k);
+        const char32_t next = clusters.scalar(k + 1);
+        qsizetype j = k + 2;
+        if (next == u']') {
+            for (;;) {
                 if (j >= n)
-                    return leftoverFrom(k);
-                const int final = scalar(input[j]);
-                if (final >= 0x40 && final <= 0x7E) {
-                    if (final == 'K' && onlyDigitsAndSemicolons(parameters)) {
-                        bool ok = false;
-                        const int mode = parameters.toInt(&ok);
-                        erase(ok ? mode : 0);
-                    } else if (final == 'm' && onlyDigitsAndSemicolons(parameters)) {
-                        pen.apply(parameters);
-                    }
+                    return clusters.offset(k);
+                const char32_t s = clusters.scalar(j);
+                if (s == bell) {
                     ++j;
+                    break;
                 }
-                k = j;
-                continue;
+                if (s == escape) {
+                    if (j + 1 >= n)
+                        return clusters.offset(k);
+                    if (clusters.scalar(j + 1) == u'\\') {
+                        j += 2;
+                        break;
+                    }
+                }
+                if (clusters.startsWithLineBreak(j))
+                    break;
+                ++j;
             }
-            qsizetype j = k + 1;
-            while (j < n && scalar(input[j]) >= 0x20 && scalar(input[j]) <= 0x2F)
+        } else if (next == u'[') {
+            while (j < n && inRange(clusters.scalar(j), 0x20, 0x3F))
                 ++j;
             if (j >= n)
-                return leftoverFrom(k);
-            if (scalar(input[j]) >= 0x30 && scalar(input[j]) <= 0x7E)
+                return clusters.offset(k);
+            const QStringView parameters =
+                QStringView(input).mid(clusters.offset(k + 2), clusters.offset(j) - clusters.offset(k + 2));
+            const char32_t final = clusters.scalar(j);
+            if (inRange(final, 0x40, 0x7E)) {
                 ++j;
-            k = j;
+                if (final == u'K' && isDigitsAndSemicolons(parameters)) {
+                    bool ok = false;
+                    const int mode = parameters.toInt(&ok);
+                    erase(ok ? mode : 0);
+                } else if (final == u'm' && isDigitsAndSemicolons(parameters)) {
+                    m_pen.applySGR(parameters);
+                }
+            }
+        } else {
+            j = k + 1;
+            while (j < n && inRange(clusters.scalar(j), 0x20, 0x2F))
+                ++j;
+            if (j >= n)
+                return clusters.offset(k);
+            if (inRange(clusters.scalar(j), 0x30, 0x7E))
+                ++j;
         }
-        return {};
+        k = j;
     }
-};
+    return -1;
+}
+
+void Line::put(QStringView text)
+{
+    if (m_cursor < length())
+        m_characters[m_cursor] = {text, m_pen};
+    else
+        m_characters.push_back({text, m_pen});
+    ++m_cursor;
+}
+
+void Line::erase(int mode)
+{
+    const qsizetype length = this->length();
+    switch (mode) {
+    case 0:
+        m_characters.resize(std::min(length, m_cursor));
+        break;
+    case 1:
+        std::fill_n(m_characters.begin(), std::min(length, m_cursor + 1),
+                    Character{QStringView(space, 1), {}});
+        break;
+    case 2: {
+        const qsizetype kept = std::min(length, m_cursor);
+        m_characters.resize(kept);
+        std::fill_n(m_characters.begin(), kept, Character{QStringView(space, 1), {}});
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+void Line::render(QString &out) const
+{
+    ANSIStyle current = m_startStyle;
+    for (const Character &c : m_characters) {
+        if (!(c.style == current)) {
+            out += ANSIText::sequence(c.style);
+            current = c.style;
+        }
+        out += c.text;
+    }
+    if (!(m_pen == current))
+        out += ANSIText::sequence(m_pen);
+}
 
 } // namespace
 
-namespace ConsoleText {
-
-QString appending(const QString &text, const QString &base, Cursor &cursor)
+bool ConsoleText::isPlainAppend(const QString &text, const Cursor &cursor)
 {
-    if (cursor.fromEnd == 0 && cursor.pending.isEmpty() && !text.contains(u'\b') && !text.contains(u'\r'))
-        return base + text;
+    return cursor.fromEnd == 0 && cursor.pending.isEmpty() && !text.contains(u'\r') && !text.contains(u'\b');
+}
 
-    const qsizetype lastBreak = base.lastIndexOf(u'\n');
-    QString output = base.left(lastBreak + 1);
-    const QString lastLine = base.mid(lastBreak + 1);
+QString ConsoleText::appending(const QString &text, QString base, Cursor &cursor)
+{
+    if (isPlainAppend(text, cursor)) {
+        base += text;
+        return base;
+    }
+
+    // Only the last line is replayed; what lies before it is kept as it is.
+    const qsizetype lastLineStart = base.lastIndexOf(u'\n') + 1;
+    const QString lastLine = base.sliced(lastLineStart);
+    base.truncate(lastLineStart);
 
     Line line;
-    QString replayOutput; // the last line holds no break, so nothing is completed here
-    const QString replayLeftover = line.write(graphemes(lastLine), replayOutput);
-    output.append(replayOutput);
-    line.cursor = qMax<qsizetype>(0, line.length() - cursor.fromEnd);
+    QString discarded;
+    const qsizetype replayLeftover = line.write(lastLine, discarded);
+    line.setCursor(line.length() - std::max(0, cursor.fromEnd));
 
-    const QString input = replayLeftover + cursor.pending + text;
-    cursor.pending = line.write(graphemes(input), output);
-    cursor.fromEnd = int(line.length() - line.cursor);
-    return output + line.rendered();
+    QString input;
+    if (replayLeftover >= 0)
+        input += QStringView(lastLine).sliced(replayLeftover);
+    input += cursor.pending;
+    input += text;
+
+    const qsizetype leftover = line.write(input, base);
+    cursor.pending.clear();
+    if (leftover >= 0 && input.size() - leftover <= maxPending)
+        cursor.pending = input.sliced(leftover);
+    cursor.fromEnd = int(std::min<qsizetype>(line.length() - line.cursor(), std::numeric_limits<int>::max()));
+
+    line.render(base);
+    return base;
 }
 
-QString appending(const QString &text, const QString &base)
+QString ConsoleText::appending(const QString &text, QString base)
 {
     Cursor cursor;
-    return appending(text, base, cursor);
+    return appending(text, std::move(base), cursor);
 }
-
-} // namespace ConsoleText

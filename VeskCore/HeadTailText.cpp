@@ -2,6 +2,19 @@
 
 #include "OutputChunks.h"
 
+#include <QStringDecoder>
+
+namespace {
+
+// QString::fromUtf8 would drop a byte order mark at the start of the head or the tail; output keeps it.
+QString decoded(QByteArrayView utf8)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
+    return decoder.decode(utf8);
+}
+
+} // namespace
+
 HeadTailText::HeadTailText(qsizetype headLimit, qsizetype tailLimit)
     : m_headLimit(qMax<qsizetype>(0, headLimit)), m_tailLimit(qMax<qsizetype>(1, tailLimit))
 {
@@ -47,13 +60,13 @@ QString HeadTailText::text() const
     qsizetype droppedLines = m_droppedLines;
     trim(tail, droppedBytes, droppedLines);
     if (droppedBytes == 0)
-        return QString::fromUtf8(m_head + tail);
+        return decoded(m_head + tail);
     QString marker = QStringLiteral("… %1 %2 of output omitted …\n")
                          .arg(droppedLines)
                          .arg(droppedLines == 1 ? QStringLiteral("line") : QStringLiteral("lines"));
     if (!m_head.endsWith('\n'))
         marker.prepend(u'\n');
-    return QString::fromUtf8(m_head) + marker + QString::fromUtf8(tail);
+    return decoded(m_head) + marker + decoded(tail);
 }
 
 bool HeadTailText::isTruncated() const

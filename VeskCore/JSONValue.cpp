@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -132,8 +133,11 @@ private:
         double value = 0;
         const auto result = std::from_chars(start, m_p, value);
         if (result.ec == std::errc::result_out_of_range) {
-            // Too large or too small for a double: keep the nearest value, as JSON readers do.
+            // Too large or too small for a double: keep the nearest finite value, so that what was
+            // read always writes back as a number.
             value = std::strtod(std::string(start, m_p).c_str(), nullptr);
+            if (std::isinf(value))
+                value = std::copysign(std::numeric_limits<double>::max(), value);
         } else if (result.ec != std::errc()) {
             return fail("invalid number");
         }

@@ -11,8 +11,10 @@ int main()
 {
     const QString token = RStreamParser::makeToken();
     const QByteArray tokenBytes = token.toUtf8();
-    const QByteArray frame = "\x1e" + tokenBytes +
-                             R"J({"type":"warning","text":"NAs introduced by coercion – Größe","call":"f(x)"})J" "\x1f";
+    const QByteArray frame =
+        "\x1e" + tokenBytes +
+        R"J({"type":"warning","text":"NAs introduced by coercion – Größe","call":"f(x)"})J"
+        "\x1f";
     const QByteArray prompt = "\x02VESK>" + tokenBytes + "\x03";
     QByteArray stream;
     stream.reserve(105 * 1024 * 1024);
@@ -63,7 +65,8 @@ int main()
     const auto jsonStart = std::chrono::steady_clock::now();
     for (int i = 0; i < rounds; ++i)
         ok += JSONValue::parse(QByteArrayView(payload)).has_value();
-    const double jsonSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - jsonStart).count();
+    const double jsonSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - jsonStart).count();
     std::printf("json_parse_throughput: %.0f MB/s\n", double(payload.size()) * rounds / 1e6 / jsonSeconds);
     return ok == rounds ? 0 : 1;
 }

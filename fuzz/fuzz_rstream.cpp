@@ -13,7 +13,8 @@ QList<RStreamEvent> merged(const QList<RStreamEvent> &events)
 {
     QList<RStreamEvent> out;
     for (const RStreamEvent &event : events) {
-        if (event.kind == RStreamEvent::Kind::Text && !out.isEmpty() && out.last().kind == RStreamEvent::Kind::Text)
+        if (event.kind == RStreamEvent::Kind::Text && !out.isEmpty() &&
+            out.last().kind == RStreamEvent::Kind::Text)
             out.last().text += event.text;
         else if (!(event.kind == RStreamEvent::Kind::Text && event.text.isEmpty()))
             out.append(event);

@@ -51,7 +51,7 @@ fuzz() {
     cmake --build build/fuzz -j "$jobs" || return 1
   local target status=0
   for target in build/fuzz/fuzz/fuzz_*; do
-    [ -x "$target" ] || continue
+    [ -f "$target" ] && [ -x "$target" ] || continue
     local corpus="build/fuzz/corpus/$(basename "$target")"
     mkdir -p "$corpus"
     echo "--- $(basename "$target") for ${fuzz_seconds}s"

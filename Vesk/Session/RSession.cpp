@@ -189,6 +189,26 @@ void RSession::setIsExecuting(bool executing)
 
 // ---- Accepting work --------------------------------------------------------------------------
 
+bool RSession::fitsConsoleLine(const QString &line)
+{
+    return line.size() * 3 <= consoleLineLimit || line.toUtf8().size() <= consoleLineLimit;
+}
+
+QString RSession::writeTemporaryCode(const QString &code)
+{
+    // The session never deletes this file: R may still read it after the run was given up. The
+    // kernel deletes it once read.
+    const QString path =
+        QDir(QDir::tempPath())
+            .filePath(QStringLiteral("vesk-%1.R").arg(QUuid::createUuid().toString(QUuid::WithoutBraces)));
+    QSaveFile out(path);
+    if (out.open(QIODevice::WriteOnly)) {
+        out.write(code.toUtf8());
+        out.commit();
+    }
+    return path;
+}
+
 void RSession::enqueueExec(const QString &code, const ExecOrigin &origin, const std::optional<QString> &file,
                            int line, ExecCompletion completion)
 {
@@ -203,23 +223,15 @@ void RSession::enqueueExec(const QString &code, const ExecOrigin &origin, const 
     pending.origin = origin;
     pending.code = code;
     pending.execCompletion = std::move(completion);
-    const QByteArray utf8 = code.toUtf8();
     const NamedArguments where = {{QStringLiteral("file"), RArgument::optional(file)},
                                   {QStringLiteral("line"), RArgument(qint64(line))}};
-    if (utf8.size() <= inlineCodeLimit) {
+    if (code.size() <= inlineCodeLimit && code.toUtf8().size() <= inlineCodeLimit) {
         pending.line =
             RLiteral::call(QStringLiteral(".vesk$exec"), {RArgument(pending.id), RArgument(code)}, where);
-    } else {
-        // The session never deletes this file: R may still read it after the run was given up.
-        const QString path =
-            QDir(QDir::tempPath())
-                .filePath(
-                    QStringLiteral("vesk-%1.R").arg(QUuid::createUuid().toString(QUuid::WithoutBraces)));
-        QSaveFile out(path);
-        if (out.open(QIODevice::WriteOnly)) {
-            out.write(utf8);
-            out.commit();
-        }
+    }
+    // R reads a console line of at most 4094 bytes; escaping can push short code over it.
+    if (pending.line.isEmpty() || !fitsConsoleLine(pending.line)) {
+        const QString path = writeTemporaryCode(code);
         pending.line =
             RLiteral::call(QStringLiteral(".vesk$execFile"), {RArgument(pending.id), RArgument(path)}, where);
     }
@@ -242,6 +254,10 @@ void RSession::request(const QString &name, const QList<RArgument> &args, const 
     QList<RArgument> positional = {RArgument(pending.id)};
     positional.append(args);
     pending.line = RLiteral::call(QStringLiteral(".vesk$") + name, positional, named);
+    if (!fitsConsoleLine(pending.line)) {
+        pending.line = RLiteral::call(QStringLiteral(".vesk$callFile"),
+                                      {RArgument(writeTemporaryCode(pending.line))}, {});
+    }
     pending.completion = std::move(completion);
     m_queue.push_back(std::move(pending));
     updateQueueCount();
@@ -364,8 +380,13 @@ void RSession::start(const QString &executable, const QString &workingDirectory,
     m_process = std::make_unique<RProcess>(executable, workingDirectory, kernel);
     const quint64 generation = m_generation;
     connect(m_process.get(), &RProcess::eventReceived, this, [this, generation](const RProcessEvent &event) {
-        if (generation == m_generation)
-            handle(event);
+        if (generation != m_generation)
+            return;
+        const bool outer = !m_handlingEvent;
+        m_handlingEvent = true;
+        handle(event);
+        if (outer)
+            m_handlingEvent = false;
     });
     QString error;
     if (!m_process->start({}, loadInitFile, &error)) {
@@ -381,13 +402,23 @@ void RSession::shutDown()
     ++m_generation;
     m_startupWatchdog->stop();
     if (m_process) {
-        m_process->disconnect(this);
         m_process->terminate();
-        // The process may be the sender of the event being handled: let it go when control returns.
-        m_process.release()->deleteLater();
+        releaseProcess();
     }
     failAll();
     setStatus(RSessionStatus::notStarted());
+}
+
+void RSession::releaseProcess()
+{
+    if (!m_process)
+        return;
+    m_process->disconnect(this);
+    // The process may be the sender of the event being handled: then it goes when control returns.
+    if (m_handlingEvent)
+        m_process.release()->deleteLater();
+    else
+        m_process.reset();
 }
 
 void RSession::failAll()
@@ -480,10 +511,7 @@ void RSession::handle(const RProcessEvent &event)
     case RProcessEvent::Kind::Exited: {
         failAll();
         m_startupWatchdog->stop();
-        if (m_process) {
-            m_process->disconnect(this);
-            m_process.release()->deleteLater();
-        }
+        releaseProcess();
         setStatus(RSessionStatus::stopped(event.text));
         SessionEvent out;
         out.kind = SessionEvent::Kind::Exited;

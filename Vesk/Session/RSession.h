@@ -121,6 +121,8 @@ public:
 
     // Code up to this many UTF-8 bytes goes inline; longer code goes through a file.
     static constexpr qsizetype inlineCodeLimit = 2000;
+    // The longest line R's console reads, without its newline.
+    static constexpr qsizetype consoleLineLimit = 4094;
     static constexpr int startupWatchdogSeconds = 20;
 
     explicit RSession(QObject *parent = nullptr);
@@ -176,6 +178,8 @@ signals:
     void isExecutingChanged();
 
 private:
+    static bool fitsConsoleLine(const QString &line);
+    static QString writeTemporaryCode(const QString &code);
     struct Pending {
         enum class Kind { Exec, Request, Raw };
         QString id;
@@ -238,5 +242,8 @@ private:
     QString m_lineBuffer;
     std::optional<std::pair<QString, int>> m_pendingDebugLocation;
     bool m_quitting = false;
+    // True while an event of the process is handled: the process must then outlive the call.
+    bool m_handlingEvent = false;
+    void releaseProcess();
     QString m_startupOutput;
 };

@@ -16,7 +16,7 @@ JSONValue parsed(const char *text)
     return value.value_or(JSONValue());
 }
 
-}  // namespace
+} // namespace
 
 TEST(JSONValue, MembersNullAndAbsenceAreDistinct)
 {
@@ -44,11 +44,16 @@ TEST(JSONValue, IntRoundsHalvesAwayAndRefusesHugeOrNonFinite)
     EXPECT_FALSE(JSONValue(std::numeric_limits<double>::infinity()).intValue().has_value());
     EXPECT_FALSE(JSONValue("3").intValue().has_value());
     EXPECT_EQ(parsed("9007199254740993").intValue(), 9007199254740992LL);
+    // Beyond the range of a double: the nearest finite value, which still writes back as a number.
+    EXPECT_EQ(parsed("-2e2222").doubleValue(), -std::numeric_limits<double>::max());
+    EXPECT_EQ(JSONValue::parse(QByteArrayView(parsed("2e2222").serialized())), parsed("2e2222"));
+    EXPECT_EQ(parsed("1e-400").doubleValue(), 0.0);
 }
 
 TEST(JSONValue, SerializesSortedCompactWithBareSlashesAndRoundTrips)
 {
-    const JSONValue value = parsed(R"({"b":1,"a":"x/y","c":[1.5,-0.25,1e300,null,false],"d":{"z":"\u0001\n\"\\"}})");
+    const JSONValue value =
+        parsed(R"({"b":1,"a":"x/y","c":[1.5,-0.25,1e300,null,false],"d":{"z":"\u0001\n\"\\"}})");
     EXPECT_EQ(value.serialized(),
               QByteArray(R"({"a":"x/y","b":1,"c":[1.5,-0.25,1e+300,null,false],"d":{"z":"\u0001\n\"\\"}})"));
     EXPECT_EQ(JSONValue::parse(QByteArrayView(value.serialized())), value);
@@ -76,7 +81,10 @@ TEST(JSONValue, UnicodeEscapesAndUTF8)
     EXPECT_EQ(parsed(R"("a\ud800b")").stringValue(), QStringLiteral("a\uFFFDb"));
     EXPECT_EQ(parsed(R"("\udc00\u0041")").stringValue(), QStringLiteral("\uFFFDA"));
     // Invalid UTF-8 inside a string is repaired, not fatal.
-    EXPECT_EQ(parsed("\"a\xff" "b\"").stringValue(), QStringLiteral("a\uFFFDb"));
+    EXPECT_EQ(parsed("\"a\xff"
+                     "b\"")
+                  .stringValue(),
+              QStringLiteral("a\uFFFDb"));
 }
 
 TEST(JSONValue, TopLevelScalarsAndWhitespace)
@@ -92,9 +100,10 @@ TEST(JSONValue, TopLevelScalarsAndWhitespace)
 
 TEST(JSONValue, RejectsMalformedInputWithAnError)
 {
-    const char *bad[] = {"", "   ", "tru", "nul", "01", "1.", ".5", "-", "1e", "+1", "[1,]", "[1 2]", "{\"a\"}",
-                         "{\"a\":}", "{a:1}", "{\"a\":1,}", "\"abc", "\"a\nb\"", "\"\\x\"", "\"\\u12\"", "[",
-                         "{", "1 2", "[1]]", "NaN", "Infinity", "'a'"};
+    const char *bad[] = {"",      "   ",        "tru",   "nul",      "01",       "1.",        ".5",
+                         "-",     "1e",         "+1",    "[1,]",     "[1 2]",    "{\"a\"}",   "{\"a\":}",
+                         "{a:1}", "{\"a\":1,}", "\"abc", "\"a\nb\"", "\"\\x\"",  "\"\\u12\"", "[",
+                         "{",     "1 2",        "[1]]",  "NaN",      "Infinity", "'a'"};
     for (const char *text : bad) {
         JSONValue::ParseError error;
         EXPECT_FALSE(JSONValue::parse(QByteArrayView(text), &error).has_value()) << text;

@@ -29,7 +29,8 @@ QList<RStreamEvent> normalized(const QList<RStreamEvent> &events)
 {
     QList<RStreamEvent> out;
     for (const RStreamEvent &event : events) {
-        if (event.kind == RStreamEvent::Kind::Text && !out.isEmpty() && out.last().kind == RStreamEvent::Kind::Text)
+        if (event.kind == RStreamEvent::Kind::Text && !out.isEmpty() &&
+            out.last().kind == RStreamEvent::Kind::Text)
             out.last().text += event.text;
         else if (!(event.kind == RStreamEvent::Kind::Text && event.text.isEmpty()))
             out.append(event);
@@ -66,7 +67,8 @@ QByteArray sampleStream()
     s += ready() + ".vesk$exec(\"r1\", \"cat('Grüße')\")\n";
     s += "Grüße 你好 🎉\nBecause it is\n";
     s += frame(R"({"type":"message","text":"héllo \u00e9"})");
-    s += "\x1e" "notthetoken{\"type\":\"x\"}\x1f after\n";
+    s += "\x1e"
+         "notthetoken{\"type\":\"x\"}\x1f after\n";
     s += frame("not json");
     s += frame(R"({"type":"done","ok":true})");
     s += ready() + "f()\n";
@@ -79,14 +81,15 @@ QByteArray sampleStream()
     return s;
 }
 
-}  // namespace
+} // namespace
 
 TEST(RStreamParser, TellsTextFramesPromptsAndEchoesApart)
 {
     const QList<RStreamEvent> events = parseWhole(sampleStream());
     QList<RStreamEvent> expected = {
         RStreamEvent::makeText(QStringLiteral("R version 4.x\n> source(\"kernel.R\")\n")),
-        RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"ready","version":"4.2.2","pid":42})"))),
+        RStreamEvent::makeEvent(
+            *JSONValue::parse(QByteArrayView(R"({"type":"ready","version":"4.2.2","pid":42})"))),
         RStreamEvent::makePrompt(RPrompt::ready()),
         RStreamEvent::makeText(QStringLiteral("Grüße 你好 🎉\nBecause it is\n")),
         RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"message","text":"héllo é"})"))),
@@ -166,7 +169,8 @@ TEST(RStreamParser, LineStartRulesForTheBrowserPrompt)
     EXPECT_EQ(normalized(parser.feed(QByteArrayView("Browse[1]> x\n"))),
               QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("Browse[1]> x\n"))});
     // "Browse[]> " has no level: text.
-    EXPECT_EQ(parseWhole("Browse[]> \n"), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("Browse[]> \n"))});
+    EXPECT_EQ(parseWhole("Browse[]> \n"),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("Browse[]> \n"))});
     // A level too large for an int still is a browser prompt, at level 1.
     const QList<RStreamEvent> huge = parseWhole("Browse[99999999999999]> q\n");
     ASSERT_FALSE(huge.isEmpty());
@@ -180,7 +184,9 @@ TEST(RStreamParser, LineStartRulesForTheBrowserPrompt)
 TEST(RStreamParser, BadBytesNeverBlockTheStream)
 {
     // Invalid UTF-8 comes through as the replacement character.
-    EXPECT_EQ(parseWhole("a\xff" "b\xc3\n"), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("a\uFFFDb\uFFFD\n"))});
+    EXPECT_EQ(parseWhole("a\xff"
+                         "b\xc3\n"),
+              QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("a\uFFFDb\uFFFD\n"))});
     RStreamParser parser(token);
     EXPECT_EQ(normalized(parser.feed(QByteArrayView("x\xe4\xbd"))),
               QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("x"))});
@@ -189,7 +195,8 @@ TEST(RStreamParser, BadBytesNeverBlockTheStream)
     // A frame that never ends is given out raw by flush.
     RStreamParser cut(token);
     EXPECT_TRUE(cut.feed(QByteArrayView("\x1e" + token.toUtf8() + "{\"a\":1")).isEmpty());
-    EXPECT_EQ(cut.flush(), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("\x1e") + token + QStringLiteral("{\"a\":1"))});
+    EXPECT_EQ(cut.flush(), QList<RStreamEvent>{RStreamEvent::makeText(QStringLiteral("\x1e") + token +
+                                                                      QStringLiteral("{\"a\":1"))});
 }
 
 TEST(RStreamParser, EndlessLineAndEndlessFrameStayLinear)
@@ -221,7 +228,9 @@ TEST(RStreamParser, TokensAndInputRequests)
     for (QChar c : made)
         EXPECT_TRUE((c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f'));
 
-    auto request = [](const char *json) { return RInputRequest::from(*JSONValue::parse(QByteArrayView(json))); };
+    auto request = [](const char *json) {
+        return RInputRequest::from(*JSONValue::parse(QByteArrayView(json)));
+    };
     EXPECT_EQ(request(R"({"type":"input","kind":"lines"})")->kind, RInputRequest::Kind::Lines);
     EXPECT_EQ(request(R"({"type":"input","kind":"line"})")->kind, RInputRequest::Kind::Line);
     EXPECT_EQ(request(R"({"type":"input","kind":3})")->kind, RInputRequest::Kind::Line);

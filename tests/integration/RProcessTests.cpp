@@ -22,7 +22,8 @@ struct Recorder {
 
     explicit Recorder(RProcess &process)
     {
-        QObject::connect(&process, &RProcess::eventReceived, [this](const RProcessEvent &e) { events.append(e); });
+        QObject::connect(&process, &RProcess::eventReceived,
+                         [this](const RProcessEvent &e) { events.append(e); });
     }
     bool exited() const { return !events.isEmpty() && events.last().kind == RProcessEvent::Kind::Exited; }
     qsizetype countPrompts(RPrompt::Kind kind) const
@@ -83,8 +84,8 @@ TEST(RProcessWithR, HandshakeThenEchoTextPrompt)
     // The ready frame carries R's version and the child's pid.
     bool sawReady = false;
     for (const auto &e : recorder.events) {
-        if (e.kind == RProcessEvent::Kind::Stdout && e.stream.kind == RStreamEvent::Kind::Event) {
-            EXPECT_EQ(e.stream.value[u"type"].stringValue(), QStringLiteral("ready"));
+        if (e.kind == RProcessEvent::Kind::Stdout && e.stream.kind == RStreamEvent::Kind::Event &&
+            e.stream.value[u"type"].stringValue() == QStringLiteral("ready")) {
             EXPECT_TRUE(e.stream.value[u"version"].stringValue().value_or(QString()).startsWith(u'4'));
             EXPECT_EQ(e.stream.value[u"pid"].intValue(), process.processIdentifier());
             sawReady = true;

@@ -26,7 +26,8 @@ struct SessionFixture {
     ExecResult run(const QString &code)
     {
         std::optional<ExecResult> result;
-        session.enqueueExec(code, ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { result = r; });
+        session.enqueueExec(code, ExecOrigin::console(), std::nullopt, 1,
+                            [&](const ExecResult &r) { result = r; });
         TestSupport::waitUntil([&] { return result.has_value(); });
         return result.value_or(ExecResult{});
     }
@@ -39,7 +40,7 @@ struct SessionFixture {
     }
 };
 
-}  // namespace
+} // namespace
 
 TEST(RSessionBasics, StartRunAndUnansweredRequest)
 {

@@ -1,0 +1,163 @@
+// Round trips through RSession and the kernel against a real R, and the kernel's cost of the
+// "state" event: with many small objects, and with one large data frame (which must not matter).
+#include "Session/RSession.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+QString rExecutable()
+{
+    const QString preferred = qEnvironmentVariable("VESK_TEST_R");
+    if (!preferred.isEmpty())
+        return preferred;
+    for (const char *candidate : {"/usr/bin/R", "/usr/local/bin/R"})
+        if (QFileInfo(QString::fromLatin1(candidate)).isExecutable())
+            return QString::fromLatin1(candidate);
+    return QStringLiteral("R");
+}
+
+// Runs the event loop until `done` is set or the time runs out.
+bool waitFor(const bool &done, int timeoutMs = 60000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done && timer.elapsed() < timeoutMs)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    return done;
+}
+
+double median(std::vector<double> values)
+{
+    if (values.empty())
+        return 0;
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+ExecResult run(RSession &session, const QString &code)
+{
+    bool done = false;
+    ExecResult result;
+    session.enqueueExec(code, ExecOrigin::system(), std::nullopt, 1, [&](const ExecResult &r) {
+        result = r;
+        done = true;
+    });
+    waitFor(done);
+    return result;
+}
+
+double execRoundTripMs(RSession &session, const QString &code, int runs)
+{
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        run(session, code);
+        times.push_back(timer.nsecsElapsed() / 1e6);
+    }
+    return median(times);
+}
+
+double requestRoundTripMs(RSession &session, const QString &name, const QList<RArgument> &args, int runs)
+{
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        bool done = false;
+        QElapsedTimer timer;
+        timer.start();
+        session.request(name, args, {}, [&](const RRequestResult &) { done = true; });
+        waitFor(done);
+        times.push_back(timer.nsecsElapsed() / 1e6);
+    }
+    return median(times);
+}
+
+// The median over several calls of the kernel's own state function, measured inside R.
+double stateCostInR(RSession &session)
+{
+    const ExecResult result = run(session, QStringLiteral("local({\n"
+                                                          "  t <- vapply(1:25, function(i) {\n"
+                                                          "    s <- Sys.time(); .vesk$stateJSON()\n"
+                                                          "    as.numeric(Sys.time() - s, units = \"secs\")\n"
+                                                          "  }, 0)\n"
+                                                          "  cat(sprintf(\"%.3f\", median(t) * 1000))\n"
+                                                          "})"));
+    return result.output.trimmed().toDouble();
+}
+
+void print(const char *name, double value, const char *unit)
+{
+    std::printf("%s: %.3f %s\n", name, value, unit);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    RSession session;
+    session.start(rExecutable(), QDir::tempPath(), QStringLiteral(VESK_SOURCE_DIR "/Resources/kernel.R"));
+    bool ready = false;
+    QObject::connect(&session, &RSession::statusChanged, [&] {
+        if (session.status().kind == RSessionStatus::Kind::Idle)
+            ready = true;
+    });
+    if (!waitFor(ready, 30000)) {
+        std::fprintf(stderr, "R did not start\n");
+        return 1;
+    }
+
+    execRoundTripMs(session, QStringLiteral("1+1"), 20); // warm-up: byte compilation of the kernel
+    requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 20);
+    print("session_exec_roundtrip_median", execRoundTripMs(session, QStringLiteral("1+1"), 200), "ms");
+    print("session_inspect_roundtrip_median",
+          requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 200), "ms");
+
+    // 1,000 objects of the usual kinds: vectors, strings, data frames, functions, lists, scalars.
+    run(session,
+        QStringLiteral(
+            "local({ set.seed(1); for (i in 1:1000) assign(sprintf(\"obj%04d\", i),\n"
+            "  switch(i %% 6 + 1, runif(100), letters, data.frame(a = 1:10, b = letters[1:10]),\n"
+            "         eval(bquote(function(x) x + .(i))), list(1, \"a\"), i), envir = globalenv()) })"));
+    print("kernel_state_1000_objects", stateCostInR(session), "ms");
+    print("session_exec_roundtrip_1000_objects_median", execRoundTripMs(session, QStringLiteral("1+1"), 50),
+          "ms");
+
+    // One large data frame and a long character vector: the cost must not follow their size.
+    run(session,
+        QStringLiteral("rm(list = ls()); big <- data.frame(x = runif(1e6), y = sample(letters, 1e6, TRUE),\n"
+                       "  z = as.character(seq_len(1e6))); words <- as.character(seq_len(1e7))"));
+    print("kernel_state_large_frame_1e6_rows", stateCostInR(session), "ms");
+    run(session, QStringLiteral("rm(list = ls())"));
+    print("kernel_state_empty", stateCostInR(session), "ms");
+
+    // How long an interrupted Sys.sleep(60) takes to come back.
+    std::vector<double> latencies;
+    for (int i = 0; i < 5; ++i) {
+        bool done = false;
+        session.enqueueExec(QStringLiteral("Sys.sleep(60)"), ExecOrigin::system(), std::nullopt, 1,
+                            [&](const ExecResult &) { done = true; });
+        bool slept = false;
+        QTimer::singleShot(200, [&] { slept = true; });
+        waitFor(slept);
+        QElapsedTimer timer;
+        timer.start();
+        session.interrupt();
+        waitFor(done);
+        latencies.push_back(timer.nsecsElapsed() / 1e6);
+    }
+    print("session_interrupt_latency_median", median(latencies), "ms");
+    session.shutDown();
+    return 0;
+}

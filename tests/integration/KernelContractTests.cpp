@@ -1,0 +1,611 @@
+// The kernel script against a real R, driven through RSession: every event of the contract, the
+// named requests, console input, interrupts, the browser, quitting, and the guarantees around them
+// (no forged frames, UTF-8 intact, inline and file-borne code, no event from a replaced process).
+// Cases share R processes where they can: each start costs a few tenths of a second.
+#include "Session/RSession.h"
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+using Kind = SessionEvent::Kind;
+
+struct KernelSession {
+    RSession session;
+    QList<SessionEvent> events;
+
+    KernelSession()
+    {
+        session.onEvent = [this](const SessionEvent &e) { events.append(e); };
+    }
+    bool start(const QString &workingDirectory = QDir::tempPath())
+    {
+        session.start(TestSupport::rExecutable(), workingDirectory, TestSupport::kernelScript());
+        return waitFor(RSessionStatus::Kind::Idle);
+    }
+    bool waitFor(RSessionStatus::Kind kind)
+    {
+        return TestSupport::waitUntil([&] { return session.status().kind == kind; });
+    }
+    ExecResult run(const QString &code, const std::optional<QString> &file = std::nullopt, int line = 1)
+    {
+        std::optional<ExecResult> result;
+        session.enqueueExec(code, ExecOrigin::console(), file, line,
+                            [&](const ExecResult &r) { result = r; });
+        TestSupport::waitUntil([&] { return result.has_value(); });
+        return result.value_or(ExecResult{});
+    }
+    RRequestResult request(const QString &name, const QList<RArgument> &args = {},
+                           const RSession::NamedArguments &named = {})
+    {
+        std::optional<RRequestResult> result;
+        session.request(name, args, named, [&](const RRequestResult &r) { result = r; });
+        TestSupport::waitUntil([&] { return result.has_value(); });
+        return result.value_or(RRequestResult(RSessionError::noResponse()));
+    }
+    QList<SessionEvent> eventsSince(qsizetype from, Kind kind) const
+    {
+        QList<SessionEvent> out;
+        for (qsizetype i = from; i < events.size(); ++i)
+            if (events[i].kind == kind)
+                out.append(events[i]);
+        return out;
+    }
+    std::optional<RSessionState> lastState() const
+    {
+        for (qsizetype i = events.size() - 1; i >= 0; --i)
+            if (events[i].kind == Kind::State)
+                return events[i].state;
+        return std::nullopt;
+    }
+};
+
+const REnvObject *findObject(const RSessionState &state, const QString &name)
+{
+    for (const REnvObject &object : state.env)
+        if (object.name == name)
+            return &object;
+    return nullptr;
+}
+
+std::string text(const QString &s)
+{
+    return s.toStdString();
+}
+
+} // namespace
+
+// The handshake, the evaluation of code as the console does it, and the conditions as events.
+TEST(KernelContract, RunsCodeAndReportsConditions)
+{
+    KernelSession k;
+    ASSERT_TRUE(k.start());
+    ASSERT_FALSE(k.events.isEmpty());
+    EXPECT_EQ(k.events.first().kind, Kind::Ready);
+    EXPECT_GT(k.session.info()->pid, 0);
+    ASSERT_TRUE(k.lastState().has_value()) << "the kernel reports the environment once it is ready";
+    EXPECT_TRUE(k.lastState()->env.isEmpty());
+    EXPECT_TRUE(k.lastState()->attached.contains(QStringLiteral(".GlobalEnv")));
+    EXPECT_FALSE(k.lastState()->attached.contains(QStringLiteral("tools:vesk")));
+    EXPECT_TRUE(k.lastState()->loaded.contains(QStringLiteral("base")));
+
+    // Nothing of the kernel in the global environment, and no trace of the token in reach.
+    const ExecResult clean = k.run(QStringLiteral("print(ls(globalenv(), all.names = TRUE))\n"
+                                                  "print(Sys.getenv(\"VESK_KERNEL_TOKEN\"))"));
+    EXPECT_TRUE(clean.ok);
+    EXPECT_EQ(clean.output, QStringLiteral("character(0)\n[1] \"\"\n"));
+
+    // Prints, a message, two warnings and an error two calls deep, in a file starting at line 10.
+    const QString file = QStringLiteral("/tmp/vesk-analysis.R");
+    qsizetype mark = k.events.size();
+    const ExecResult failed = k.run(QStringLiteral("cat(\"start\\n\")\n"      // 10
+                                                   "outer <- function() {\n"  // 11
+                                                   "  message(\"loading\")\n" // 12
+                                                   "  warning(\"first\")\n"   // 13
+                                                   "  warning(\"second\")\n"  // 14
+                                                   "  inner(2)\n"             // 15
+                                                   "}\n"                      // 16
+                                                   "inner <- function(x) {\n" // 17
+                                                   "  stop(\"boom \", x)\n"   // 18
+                                                   "}\n"                      // 19
+                                                   "outer()\n"                // 20
+                                                   "cat(\"never\\n\")"),      // 21
+                                    file, 10);
+    EXPECT_FALSE(failed.ok);
+    EXPECT_FALSE(failed.interrupted);
+    EXPECT_EQ(failed.output, QStringLiteral("start\nloading\n"));
+    EXPECT_EQ(failed.warnings, QStringList({QStringLiteral("first"), QStringLiteral("second")}));
+    ASSERT_TRUE(failed.error.has_value());
+    EXPECT_EQ(failed.error->message, QStringLiteral("boom 2"));
+    EXPECT_EQ(failed.error->call, QStringLiteral("inner(2)"));
+    EXPECT_FALSE(failed.error->isParseError);
+    ASSERT_EQ(failed.error->traceback.size(), 3) << "outer(), inner(2), stop(): no kernel frames";
+    const QList<RFrame> &frames = failed.error->traceback;
+    EXPECT_EQ(frames[0].call, QStringLiteral("outer()"));
+    EXPECT_EQ(frames[0].line, 20);
+    EXPECT_EQ(frames[1].call, QStringLiteral("inner(2)"));
+    EXPECT_EQ(frames[1].line, 15);
+    EXPECT_EQ(frames[2].line, 18);
+    for (const RFrame &frame : frames)
+        EXPECT_EQ(frame.file, file);
+    const QList<SessionEvent> warnings = k.eventsSince(mark, Kind::Warning);
+    ASSERT_EQ(warnings.size(), 2);
+    EXPECT_EQ(warnings[0].call, QStringLiteral("outer()"));
+    EXPECT_EQ(k.eventsSince(mark, Kind::Message).size(), 1);
+    EXPECT_EQ(k.eventsSince(mark, Kind::Error).size(), 1);
+    EXPECT_EQ(k.eventsSince(mark, Kind::State).size(), 1);
+    EXPECT_EQ(k.session.status().kind, RSessionStatus::Kind::Idle);
+
+    // An error at top level has no call (not the kernel's eval); a parse error says so.
+    const ExecResult top = k.run(QStringLiteral("stop(\"plain\")"));
+    ASSERT_TRUE(top.error.has_value());
+    EXPECT_FALSE(top.error->call.has_value());
+    const ExecResult parse = k.run(QStringLiteral("x <- 1\ny y"));
+    ASSERT_TRUE(parse.error.has_value());
+    EXPECT_TRUE(parse.error->isParseError);
+    EXPECT_TRUE(parse.error->message.contains(QStringLiteral("unexpected symbol")));
+    EXPECT_FALSE(parse.ok);
+
+    // The next run works; auto-printing follows the console (invisible values stay quiet, S4
+    // objects are shown), and .Last.value is the user's.
+    const ExecResult next = k.run(QStringLiteral("invisible(7)\ny <- 41 + 1\ny\n"
+                                                 "setClass(\"P\", representation(a = \"numeric\"))\n"
+                                                 "new(\"P\", a = 1)"));
+    EXPECT_TRUE(next.ok);
+    EXPECT_TRUE(next.output.startsWith(QStringLiteral("[1] 42\n"))) << text(next.output);
+    EXPECT_TRUE(next.output.contains(QStringLiteral("An object of class \"P\""))) << text(next.output);
+    EXPECT_EQ(k.run(QStringLiteral("y + 1")).output, QStringLiteral("[1] 43\n"));
+    EXPECT_EQ(k.run(QStringLiteral(".Last.value * 2")).output, QStringLiteral("[1] 86\n"));
+
+    // User code that diverts output does not swallow events; a user's print method applies; a
+    // changed prompt is put back (else the next run would never end).
+    const ExecResult captured =
+        k.run(QStringLiteral("x <- capture.output(warning(\"inside\")); print(x)\n"
+                             "print.money <- function(x, ...) cat(\"$\", unclass(x), \"\\n\")\n"
+                             "structure(5, class = \"money\")\n"
+                             "options(prompt = \"> \")"));
+    EXPECT_EQ(captured.warnings, QStringList({QStringLiteral("inside")}));
+    EXPECT_EQ(captured.output, QStringLiteral("character(0)\n$ 5 \n"));
+    EXPECT_TRUE(k.run(QStringLiteral("1")).ok);
+
+    // Running out of stack still reports an error.
+    const ExecResult deep = k.run(QStringLiteral("f <- function(n) f(n + 1); f(1)"));
+    ASSERT_TRUE(deep.error.has_value());
+    EXPECT_FALSE(deep.error->message.isEmpty());
+    EXPECT_FALSE(deep.interrupted);
+
+    // A user's options(warn = 2) still turns warnings into errors; warn < 0 silences them.
+    const ExecResult strict = k.run(QStringLiteral("options(warn = 2); f <- function() warning(\"w\"); f()"));
+    EXPECT_TRUE(strict.warnings.isEmpty());
+    ASSERT_TRUE(strict.error.has_value());
+    EXPECT_TRUE(strict.error->message.contains(QStringLiteral("converted from warning")));
+    const ExecResult quiet = k.run(QStringLiteral("options(warn = -1); warning(\"w\"); options(warn = 0)"));
+    EXPECT_TRUE(quiet.ok);
+    EXPECT_TRUE(quiet.warnings.isEmpty());
+}
+
+// The Environment pane's snapshot: what each object says about itself, cheaply.
+TEST(KernelContract, StateDescribesTheGlobalEnvironment)
+{
+    KernelSession k;
+    ASSERT_TRUE(k.start());
+    const ExecResult made = k.run(QStringLiteral(
+        "n <- 42L; s <- \"Gr\\u00fc\\u00dfe\"; v <- c(1.5, 2, 3)\n"
+        "df <- data.frame(a = 1:3, b = c(\"x\", \"y\", \"z\"), d = as.Date(\"2024-01-01\") + 0:2)\n"
+        "m <- matrix(1:6, 2); l <- list(1, \"a\"); e <- new.env(); f <- function(x, y) x + y\n"
+        "big <- as.character(seq_len(2e5)); tbl <- df[df$a > 1, ]; tbl$c <- n"));
+    ASSERT_TRUE(made.ok) << text(made.error ? made.error->message : QString());
+    const std::optional<RSessionState> state = k.lastState();
+    ASSERT_TRUE(state.has_value());
+    EXPECT_FALSE(state->wd.isEmpty());
+    QStringList names;
+    for (const REnvObject &object : state->env)
+        names.append(object.name);
+    EXPECT_EQ(names, QStringList({"big", "df", "e", "f", "l", "m", "n", "s", "tbl", "v"}));
+
+    const REnvObject *n = findObject(*state, QStringLiteral("n"));
+    EXPECT_EQ(n->kind, REnvObject::Kind::Value);
+    EXPECT_EQ(n->classes, QStringList({"integer"}));
+    EXPECT_EQ(n->type, QStringLiteral("integer"));
+    EXPECT_EQ(n->summary, QStringLiteral("42"));
+    EXPECT_EQ(n->length, 1.0);
+    EXPECT_EQ(n->size, 56.0);
+    EXPECT_EQ(findObject(*state, QStringLiteral("s"))->summary, QString::fromUtf8("\"Grüße\""));
+    EXPECT_EQ(findObject(*state, QStringLiteral("v"))->summary, QStringLiteral("num [1:3] 1.5 2 3"));
+
+    const REnvObject *df = findObject(*state, QStringLiteral("df"));
+    EXPECT_EQ(df->kind, REnvObject::Kind::Data);
+    EXPECT_EQ(df->classes, QStringList({"data.frame"}));
+    EXPECT_EQ(df->dim, QList<double>({3, 3}));
+    EXPECT_EQ(df->summary, QStringLiteral("3 obs. of 3 variables"));
+    ASSERT_TRUE(df->columns.has_value());
+    EXPECT_EQ(*df->columns, (QList<REnvObject::Column>{{"a", "integer"}, {"b", "character"}, {"d", "Date"}}));
+    EXPECT_TRUE(df->size.has_value());
+
+    EXPECT_EQ(findObject(*state, QStringLiteral("m"))->kind, REnvObject::Kind::Data);
+    EXPECT_EQ(findObject(*state, QStringLiteral("m"))->dim, QList<double>({2, 3}));
+    EXPECT_EQ(findObject(*state, QStringLiteral("l"))->kind, REnvObject::Kind::List);
+    EXPECT_EQ(findObject(*state, QStringLiteral("e"))->kind, REnvObject::Kind::Environment);
+    const REnvObject *f = findObject(*state, QStringLiteral("f"));
+    EXPECT_EQ(f->kind, REnvObject::Kind::Function);
+    ASSERT_TRUE(f->summary.has_value());
+    EXPECT_TRUE(f->summary->startsWith(QStringLiteral("function(x, y)"))) << text(*f->summary);
+
+    // Sizing a long character vector would walk every string: it is left out.
+    const REnvObject *big = findObject(*state, QStringLiteral("big"));
+    EXPECT_FALSE(big->size.has_value());
+    EXPECT_EQ(big->length, 200000.0);
+
+    // What an object was made from, as far as top-level assignments tell.
+    EXPECT_EQ(findObject(*state, QStringLiteral("tbl"))->from, QStringList({"df", "n"}));
+    EXPECT_FALSE(findObject(*state, QStringLiteral("df"))->from.has_value());
+
+    // A changed definition changes the function's summary; an unchanged one keeps it.
+    k.run(QStringLiteral("g <- 1"));
+    EXPECT_EQ(findObject(*k.lastState(), QStringLiteral("f"))->summary, f->summary);
+    k.run(QStringLiteral("f <- function(x, y) x * y"));
+    const REnvObject *redefined = findObject(*k.lastState(), QStringLiteral("f"));
+    EXPECT_NE(redefined->summary, f->summary);
+
+    // A line typed at the prompt outside an execution also refreshes the snapshot.
+    const qsizetype mark = k.events.size();
+    k.session.sendRaw(QStringLiteral("typed <- 1"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return !k.eventsSince(mark, Kind::State).isEmpty(); }));
+    EXPECT_NE(findObject(k.eventsSince(mark, Kind::State).last().state, QStringLiteral("typed")), nullptr);
+}
+
+// The functions the kernel takes over, the named requests, and what must not pass as a frame.
+TEST(KernelContract, EventsRequestsAndTheStream)
+{
+    QTemporaryDir dir;
+    KernelSession k;
+    ASSERT_TRUE(k.start(dir.path()));
+
+    // View(): a global name stays an expression; anything else is held by the kernel.
+    qsizetype mark = k.events.size();
+    ASSERT_TRUE(k.run(QStringLiteral("cars2 <- cars; View(cars2); View(head(cars), \"Top\")")).ok);
+    QList<SessionEvent> views = k.eventsSince(mark, Kind::View);
+    ASSERT_EQ(views.size(), 2);
+    EXPECT_EQ(views[0].expr, QStringLiteral("cars2"));
+    EXPECT_EQ(views[0].title, QStringLiteral("cars2"));
+    EXPECT_TRUE(views[1].expr.startsWith(QStringLiteral(".vesk$views[[\""))) << text(views[1].expr);
+    EXPECT_EQ(views[1].title, QStringLiteral("Top"));
+    const RRequestResult held = k.request(QStringLiteral("inspect"), {RArgument(views[1].expr)});
+    ASSERT_TRUE(held.ok());
+    EXPECT_EQ(held.value()[u"class"][0].stringValue(), QStringLiteral("data.frame"));
+    EXPECT_TRUE(k.request(QStringLiteral("dropView"), {RArgument(views[1].expr)}).ok());
+    const RRequestResult dropped = k.request(QStringLiteral("inspect"), {RArgument(views[1].expr)});
+    ASSERT_TRUE(dropped.ok());
+    EXPECT_EQ(dropped.value()[u"class"][0].stringValue(), QStringLiteral("NULL"));
+
+    // file.edit(): one event per file, missing files created empty; browseURL and the viewer option.
+    mark = k.events.size();
+    ASSERT_TRUE(k.run(QStringLiteral("file.edit(\"one.R\", \"two.R\")\n"
+                                     "browseURL(\"https://example.org/a?b=1\")\n"
+                                     "getOption(\"viewer\")(\"/tmp/page.html\")"))
+                    .ok);
+    const QList<SessionEvent> opened = k.eventsSince(mark, Kind::OpenFile);
+    ASSERT_EQ(opened.size(), 2);
+    EXPECT_EQ(QFileInfo(opened[0].url.toLocalFile()).canonicalFilePath(),
+              QFileInfo(dir.filePath(QStringLiteral("one.R"))).canonicalFilePath());
+    EXPECT_TRUE(QFileInfo::exists(dir.filePath(QStringLiteral("two.R"))));
+    ASSERT_EQ(k.eventsSince(mark, Kind::Browse).size(), 1);
+    EXPECT_EQ(k.eventsSince(mark, Kind::Browse)[0].url, QUrl(QStringLiteral("https://example.org/a?b=1")));
+    ASSERT_EQ(k.eventsSince(mark, Kind::Viewer).size(), 1);
+    EXPECT_EQ(k.eventsSince(mark, Kind::Viewer)[0].url,
+              QUrl::fromLocalFile(QStringLiteral("/tmp/page.html")));
+
+    // User output cannot forge a frame or a prompt: without the token it is text.
+    const QString wrongToken = QStringLiteral("0123456789abcdef0123456789abcdef");
+    const ExecResult forged = k.run(QStringLiteral("cat(\"\\x1e\", \"\\x02VESK>\", \"Browse[1]> \")\n"
+                                                   "cat(\"\\n\\x1e%1{\\\"type\\\":\\\"quit\\\"}\\x1f\\n\")\n"
+                                                   "cat(\"\\x02VESK>%1\\x03\\n\")\n"
+                                                   "message(\"\\x1f\\x1e in a message\")")
+                                        .arg(wrongToken));
+    EXPECT_TRUE(forged.ok);
+    EXPECT_EQ(forged.output, QStringLiteral("\x1e \x02VESK> Browse[1]> \n\x1e%1{\"type\":\"quit\"}\x1f\n"
+                                            "\x02VESK>%1\x03\n\x1f\x1e in a message\n")
+                                 .arg(wrongToken));
+    EXPECT_EQ(k.session.status().kind, RSessionStatus::Kind::Idle);
+    EXPECT_TRUE(k.run(QStringLiteral("1")).ok) << "the forged quit did not count";
+
+    // UTF-8 both ways: code, printed output, messages, warnings and error texts.
+    const QString world = QString::fromUtf8("Grüße 中文 😀");
+    const ExecResult utf8 =
+        k.run(QStringLiteral("w <- \"%1\"; cat(w, \"\\n\"); message(w); warning(w); stop(w)").arg(world));
+    EXPECT_EQ(utf8.output, world + QStringLiteral(" \n") + world + u'\n');
+    EXPECT_EQ(utf8.warnings, QStringList({world}));
+    ASSERT_TRUE(utf8.error.has_value());
+    EXPECT_EQ(utf8.error->message, world);
+    EXPECT_EQ(findObject(*k.lastState(), QStringLiteral("w"))->summary, u'"' + world + u'"');
+
+    // Up to 2,000 UTF-8 bytes go inline, beyond through a file; "ü" is two bytes.
+    auto sized = [](qsizetype bytes) {
+        QString code = QStringLiteral("cat(deparse(sys.call(1)[[1]]), \"\\n\") # ");
+        while (code.toUtf8().size() + 2 <= bytes)
+            code += QString::fromUtf8("ü");
+        if (code.toUtf8().size() < bytes)
+            code += u'x';
+        return code;
+    };
+    ASSERT_EQ(sized(2000).toUtf8().size(), 2000);
+    ASSERT_EQ(sized(2001).toUtf8().size(), 2001);
+    EXPECT_LT(sized(2001).size(), 2000);
+    EXPECT_EQ(k.run(sized(2000)).output, QStringLiteral(".vesk$exec \n"));
+    EXPECT_EQ(k.run(sized(2001)).output, QStringLiteral(".vesk$execFile \n"));
+    // Long code keeps its file and line for errors.
+    const ExecResult longError =
+        k.run(sized(2001) + QStringLiteral("\n\nstop(\"late\")"), QStringLiteral("/tmp/long.R"), 5);
+    ASSERT_TRUE(longError.error.has_value());
+    ASSERT_EQ(longError.error->traceback.size(), 1);
+    EXPECT_EQ(longError.error->traceback[0].line, 7);
+
+    // Short code whose escaped form outgrows R's console line also goes by file, and so does a
+    // request whose call is that long.
+    const QString controls =
+        QStringLiteral("cat(nchar(\"") + QString(1000, QChar(1)) + QStringLiteral("\"), \"\\n\")");
+    ASSERT_LT(controls.toUtf8().size(), 2000);
+    EXPECT_EQ(k.run(controls).output, QStringLiteral("1000 \n"));
+    const RRequestResult longRequest =
+        k.request(QStringLiteral("configure"),
+                  {RArgument("https://cran.example.org"), RArgument(4),
+                   RArgument(QStringLiteral("cat(\"") + QString(3000, u'z') + QStringLiteral("\")"))});
+    ASSERT_TRUE(longRequest.ok()) << text(longRequest.error().description());
+    EXPECT_EQ(longRequest.value()[u"output"].stringValue().value_or(QString()).size(), 3000);
+
+    // Named requests.
+    const RRequestResult configured =
+        k.request(QStringLiteral("configure"), {RArgument("https://cran.example.org"), RArgument(4),
+                                                RArgument("print(pi); message(\"hi\"); stop(\"no\")")});
+    ASSERT_TRUE(configured.ok());
+    EXPECT_EQ(configured.value()[u"output"].stringValue(), QStringLiteral("[1] 3.142\nhi\nError: no"));
+    EXPECT_TRUE(k.request(QStringLiteral("setWidth"), {RArgument(57)}).ok());
+    EXPECT_TRUE(
+        k.request(QStringLiteral("setPlotSize"), {RArgument(400.0), RArgument(300.0), RArgument(2.0)}).ok());
+    EXPECT_EQ(k.run(QStringLiteral(
+                        "cat(getOption(\"width\"), getOption(\"digits\"), getOption(\"repos\")[[\"CRAN\"]])"))
+                  .output,
+              QStringLiteral("57 4 https://cran.example.org"));
+
+    const RRequestResult inspected = k.request(QStringLiteral("inspect"), {RArgument("mtcars")});
+    ASSERT_TRUE(inspected.ok());
+    EXPECT_EQ(inspected.value()[u"class"][0].stringValue(), QStringLiteral("data.frame"));
+    EXPECT_TRUE(
+        inspected.value()[u"str"].stringValue()->contains(QStringLiteral("32 obs. of  11 variables")));
+    EXPECT_TRUE(inspected.value()[u"summaryText"].stringValue()->contains(QStringLiteral("Median")));
+    EXPECT_TRUE(inspected.value()[u"head"].stringValue()->contains(QStringLiteral("Mazda RX4 Wag")));
+    const RRequestResult function = k.request(QStringLiteral("inspect"), {RArgument("sum")});
+    ASSERT_TRUE(function.ok());
+    EXPECT_FALSE(function.value().contains(u"head"));
+
+    // A request that fails in R answers with the condition's message; one the kernel cannot
+    // answer at all fails at the next prompt.
+    const RRequestResult missing = k.request(QStringLiteral("inspect"), {RArgument("no_such_object")});
+    ASSERT_FALSE(missing.ok());
+    EXPECT_EQ(missing.error().description(), QStringLiteral("object 'no_such_object' not found"));
+    const RRequestResult unknown = k.request(QStringLiteral("noSuchRequest"));
+    ASSERT_FALSE(unknown.ok());
+    EXPECT_EQ(unknown.error().kind, RSessionError::Kind::NoResponse);
+    EXPECT_EQ(unknown.error().description(), QStringLiteral("R did not answer."));
+
+    // A request sent during a run waits for the ready prompt, then sees what the run made.
+    std::optional<ExecResult> slow;
+    std::optional<RRequestResult> during;
+    QStringList order;
+    k.session.enqueueExec(QStringLiteral("Sys.sleep(0.3); late <- \"made\""), ExecOrigin::console(),
+                          std::nullopt, 1, [&](const ExecResult &r) {
+                              slow = r;
+                              order.append(QStringLiteral("exec"));
+                          });
+    k.session.request(QStringLiteral("inspect"), {RArgument("late")}, {}, [&](const RRequestResult &r) {
+        during = r;
+        order.append(QStringLiteral("request"));
+    });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return during.has_value(); }));
+    EXPECT_EQ(order, QStringList({"exec", "request"}));
+    ASSERT_TRUE(during->ok());
+    EXPECT_EQ(during->value()[u"str"].stringValue(), QStringLiteral(" chr \"made\""));
+}
+
+// readline(), readLines(stdin()), menu() and scan() answered through sendRaw.
+TEST(KernelContract, ConsoleInput)
+{
+    KernelSession k;
+    ASSERT_TRUE(k.start());
+    std::optional<ExecResult> result;
+    auto start = [&](const QString &code) {
+        result.reset();
+        k.session.enqueueExec(code, ExecOrigin::console(), std::nullopt, 1,
+                              [&](const ExecResult &r) { result = r; });
+    };
+    auto waitingFor = [&](RInputRequest::Kind kind) {
+        return k.waitFor(RSessionStatus::Kind::WaitingForInput) && k.session.inputRequest() &&
+               k.session.inputRequest()->kind == kind;
+    };
+
+    start(QStringLiteral("name <- readline(\"Name? \"); cat(\"Hello\", name, \"\\n\")"));
+    ASSERT_TRUE(waitingFor(RInputRequest::Kind::Line));
+    k.session.sendRaw(QStringLiteral("Ada"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return result.has_value(); }));
+    EXPECT_TRUE(result->ok);
+    EXPECT_EQ(result->output, QStringLiteral("Name? Ada\nHello Ada \n"));
+
+    // Several lines: the console has no end of file, so an empty line ends them.
+    start(QStringLiteral("x <- readLines(stdin()); print(x)"));
+    ASSERT_TRUE(waitingFor(RInputRequest::Kind::Lines));
+    k.session.sendRaw(QStringLiteral("first"));
+    k.session.sendRaw(QString::fromUtf8("zweite Zeile ü"));
+    EXPECT_EQ(k.session.status().kind, RSessionStatus::Kind::WaitingForInput);
+    k.session.sendRaw(QString());
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return result.has_value(); }));
+    EXPECT_TRUE(result->output.contains(QString::fromUtf8("[1] \"first\" "))) << text(result->output);
+    EXPECT_TRUE(result->output.endsWith(QString::fromUtf8(" \"zweite Zeile ü\"\n"))) << text(result->output);
+
+    start(QStringLiteral("print(readLines(\"stdin\", n = 1))"));
+    ASSERT_TRUE(waitingFor(RInputRequest::Kind::Line));
+    k.session.sendRaw(QStringLiteral("only"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return result.has_value(); }));
+    EXPECT_TRUE(result->output.endsWith(QStringLiteral("[1] \"only\"\n"))) << text(result->output);
+
+    // A wrong answer to menu() asks again, announcing the new read.
+    start(QStringLiteral("menu(c(\"apple\", \"pear\"), title = \"Fruit\")"));
+    ASSERT_TRUE(waitingFor(RInputRequest::Kind::Line));
+    k.session.sendRaw(QStringLiteral("plum"));
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Busy));
+    ASSERT_TRUE(waitingFor(RInputRequest::Kind::Line));
+    k.session.sendRaw(QStringLiteral("2"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return result.has_value(); }));
+    EXPECT_TRUE(result->output.contains(QStringLiteral("Enter an item from the menu")));
+    EXPECT_TRUE(result->output.endsWith(QStringLiteral("[1] 2\n"))) << text(result->output);
+
+    start(QStringLiteral("sum(scan())"));
+    ASSERT_TRUE(waitingFor(RInputRequest::Kind::Lines));
+    k.session.sendRaw(QStringLiteral("1 2"));
+    k.session.sendRaw(QStringLiteral("3"));
+    k.session.sendRaw(QString());
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return result.has_value(); }));
+    EXPECT_TRUE(result->ok);
+    EXPECT_TRUE(result->output.endsWith(QStringLiteral("[1] 6\n"))) << text(result->output);
+    EXPECT_EQ(k.session.status().kind, RSessionStatus::Kind::Idle);
+}
+
+// Interrupts, the browser (requests overtake executions, raw lines run ahead), and q().
+TEST(KernelContract, InterruptDebugAndQuit)
+{
+    KernelSession k;
+    ASSERT_TRUE(k.start());
+
+    std::optional<ExecResult> sleeping, queued;
+    std::optional<RRequestResult> queuedRequest;
+    k.session.enqueueExec(QStringLiteral("cat(\"before\\n\"); Sys.sleep(60)"), ExecOrigin::console(),
+                          std::nullopt, 1, [&](const ExecResult &r) { sleeping = r; });
+    k.session.enqueueExec(QStringLiteral("cat(\"queued\")"), ExecOrigin::console(), std::nullopt, 1,
+                          [&](const ExecResult &r) { queued = r; });
+    k.session.request(QStringLiteral("inspect"), {RArgument("1:3")}, {},
+                      [&](const RRequestResult &r) { queuedRequest = r; });
+    ASSERT_TRUE(TestSupport::waitUntil([&] {
+        return k.eventsSince(0, Kind::Output).size() > 0 &&
+               k.eventsSince(0, Kind::Output).last().text.contains(QStringLiteral("before"));
+    }));
+    const qsizetype mark = k.events.size();
+    k.session.interrupt();
+    ASSERT_TRUE(queued.has_value()) << "queued executions are cancelled at once";
+    EXPECT_EQ(*queued, ExecResult::cancelled());
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return sleeping.has_value(); }));
+    EXPECT_TRUE(sleeping->interrupted);
+    EXPECT_FALSE(sleeping->ok);
+    EXPECT_EQ(sleeping->output, QStringLiteral("before\n"));
+    EXPECT_EQ(k.eventsSince(mark, Kind::Interrupted).size(), 1);
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return queuedRequest.has_value(); }));
+    ASSERT_TRUE(queuedRequest->ok()) << "queued requests still run";
+    EXPECT_EQ(queuedRequest->value()[u"class"][0].stringValue(), QStringLiteral("integer"));
+    EXPECT_TRUE(k.run(QStringLiteral("1")).ok);
+
+    // In the browser: executions wait while requests (evaluated in the paused frame) and raw lines
+    // overtake them, in their own order.
+    std::optional<ExecResult> paused, waiting;
+    std::optional<RRequestResult> first, second;
+    QStringList order;
+    qsizetype secondAt = -1;
+    k.session.enqueueExec(QStringLiteral("f <- function() {\n  local <- 5\n  browser()\n  local + 1\n}\nf()"),
+                          ExecOrigin::console(), QStringLiteral("/tmp/debugged.R"), 1,
+                          [&](const ExecResult &r) { paused = r; });
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Debugging));
+    k.session.enqueueExec(QStringLiteral("cat(\"afterwards\\n\")"), ExecOrigin::console(), std::nullopt, 1,
+                          [&](const ExecResult &r) {
+                              waiting = r;
+                              order.append(QStringLiteral("exec"));
+                          });
+    k.session.request(QStringLiteral("inspect"), {RArgument("local")}, {}, [&](const RRequestResult &r) {
+        first = r;
+        order.append(QStringLiteral("first"));
+    });
+    const qsizetype rawMark = k.events.size();
+    k.session.sendRaw(QStringLiteral("cat(\"raw\", local, \"\\n\")"));
+    k.session.request(QStringLiteral("inspect"), {RArgument("local * 2")}, {}, [&](const RRequestResult &r) {
+        second = r;
+        secondAt = k.events.size();
+        order.append(QStringLiteral("second"));
+    });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return second.has_value(); }));
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Debugging));
+    EXPECT_EQ(order, QStringList({"first", "second"}));
+    EXPECT_FALSE(waiting.has_value());
+    ASSERT_TRUE(first->ok());
+    EXPECT_EQ(first->value()[u"str"].stringValue(), QStringLiteral(" num 5"));
+    EXPECT_EQ(second->value()[u"str"].stringValue(), QStringLiteral(" num 10"));
+    // The raw line ran between the two requests.
+    qsizetype rawAt = -1;
+    QString rawOutput;
+    for (qsizetype i = rawMark; i < k.events.size(); ++i) {
+        if (k.events[i].kind != Kind::Output)
+            continue;
+        if (rawAt < 0)
+            rawAt = i;
+        rawOutput += k.events[i].text;
+    }
+    EXPECT_EQ(rawOutput, QStringLiteral("raw 5 \n"));
+    EXPECT_LT(rawAt, secondAt);
+    k.session.sendRaw(QStringLiteral("c"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return waiting.has_value(); }));
+    EXPECT_EQ(order, QStringList({"first", "second", "exec"}));
+    ASSERT_TRUE(paused.has_value());
+    EXPECT_TRUE(paused->ok);
+    EXPECT_TRUE(paused->output.contains(QStringLiteral("[1] 6"))) << text(paused->output);
+    EXPECT_EQ(waiting->output, QStringLiteral("afterwards\n"));
+
+    // Leaving the browser with Q ends the run as interrupted; the session stays usable.
+    k.session.enqueueExec(QStringLiteral("g <- function() { browser(); 1 }\ng()"), ExecOrigin::console(),
+                          std::nullopt, 1, [&](const ExecResult &r) { paused = r; });
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Debugging));
+    paused.reset();
+    k.session.sendRaw(QStringLiteral("Q"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return paused.has_value(); }));
+    EXPECT_TRUE(paused->interrupted);
+    EXPECT_EQ(k.session.status().kind, RSessionStatus::Kind::Idle);
+
+    // q() says so before R goes.
+    std::optional<ExecResult> quit;
+    k.session.enqueueExec(QStringLiteral("q()"), ExecOrigin::console(), std::nullopt, 1,
+                          [&](const ExecResult &r) { quit = r; });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return !k.eventsSince(0, Kind::Exited).isEmpty(); }));
+    EXPECT_TRUE(k.eventsSince(0, Kind::Exited).first().byQuitting);
+    ASSERT_TRUE(quit.has_value());
+    EXPECT_FALSE(quit->interrupted);
+    EXPECT_EQ(k.session.status().kind, RSessionStatus::Kind::Stopped);
+}
+
+// A second start while R runs: the old process's work fails, and nothing of it comes through.
+TEST(KernelContract, RestartKeepsTheOldProcessOut)
+{
+    KernelSession k;
+    ASSERT_TRUE(k.start());
+    const qint32 oldPid = k.session.info()->pid;
+    std::optional<ExecResult> chatty;
+    k.session.enqueueExec(QStringLiteral("for (i in 1:200) { cat(\"OLD\\n\"); Sys.sleep(0.02) }"),
+                          ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { chatty = r; });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return !k.eventsSince(0, Kind::Output).isEmpty(); }));
+
+    k.session.start(TestSupport::rExecutable(), QDir::tempPath(), TestSupport::kernelScript());
+    ASSERT_TRUE(chatty.has_value());
+    EXPECT_TRUE(chatty->interrupted);
+    const qsizetype mark = k.events.size();
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Idle));
+    TestSupport::spin(300ms);
+    for (qsizetype i = mark; i < k.events.size(); ++i) {
+        EXPECT_NE(k.events[i].kind, Kind::Exited);
+        EXPECT_FALSE(k.events[i].text.contains(QStringLiteral("OLD")));
+    }
+    const QList<SessionEvent> ready = k.eventsSince(mark, Kind::Ready);
+    ASSERT_EQ(ready.size(), 1);
+    EXPECT_NE(ready[0].info.pid, oldPid);
+    EXPECT_EQ(k.run(QStringLiteral("cat(\"new\")")).output, QStringLiteral("new"));
+}
