@@ -1,58 +1,44 @@
-#include "App/AppPaths.h"
-#include "App/Views/MainWindow.h"
-#include "RProcess.h"
-#include "ToolLocator.h"
+#include "App/BatchRunner.h"
+#include "App/Settings.h"
+#include "App/Views/AppShell.h"
 
 #include <QApplication>
-#include <QDir>
-#include <QPlainTextEdit>
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <signal.h>
 
 int main(int argc, char **argv)
 {
+    // A write to a dead R must fail with EPIPE, not end Vesk.
+    ::signal(SIGPIPE, SIG_IGN);
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+
+    if (BatchRunner::isBatchInvocation(arguments)) {
+        // No window and no display: a core application is enough.
+        QCoreApplication app(argc, argv);
+        QCoreApplication::setOrganizationName(QStringLiteral("Vesk"));
+        QCoreApplication::setApplicationName(QStringLiteral("Vesk"));
+        QString error;
+        const auto code = BatchRunner::codeFromArguments(arguments, &error);
+        if (!code) {
+            std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
+            return 2;
+        }
+        BatchRunner runner(Settings::shared(), *code);
+        QObject::connect(
+            &runner, &BatchRunner::finished, &app, [](int status) { QCoreApplication::exit(status); },
+            Qt::QueuedConnection);
+        runner.start();
+        return app.exec();
+    }
+
     QApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Vesk"));
     QCoreApplication::setApplicationName(QStringLiteral("Vesk"));
-
-    MainWindow window;
-    const QString folder = QDir::currentPath();
-    window.setWindowTitle(QStringLiteral("Vesk — %1").arg(QDir(folder).dirName()));
-    window.show();
-
-    // Until the workspace takes this over, the window shows R's start and its plain output.
-    const QString kernel = AppPaths::kernelScript();
-    const auto r = RLocator::find();
-    std::unique_ptr<RProcess> process;
-    if (kernel.isEmpty()) {
-        window.setStatusText(QStringLiteral("The kernel script kernel.R was not found beside Vesk."));
-    } else if (!r) {
-        window.setStatusText(QStringLiteral("R was not found. Install R to use Vesk."));
-    } else {
-        process = std::make_unique<RProcess>(*r, folder, kernel);
-        QObject::connect(process.get(), &RProcess::eventReceived, &window, [&window](const RProcessEvent &e) {
-            switch (e.kind) {
-            case RProcessEvent::Kind::Stdout:
-                if (e.stream.kind == RStreamEvent::Kind::Event &&
-                    e.stream.value[u"type"].stringValue() == QStringLiteral("ready")) {
-                    window.setStatusText(
-                        QStringLiteral("R %1 · pid %2")
-                            .arg(e.stream.value[u"version"].stringValue().value_or(QStringLiteral("R")))
-                            .arg(e.stream.value[u"pid"].intValue().value_or(0)));
-                }
-                break;
-            case RProcessEvent::Kind::Stderr:
-                break;
-            case RProcessEvent::Kind::Exited:
-                window.setStatusText(e.text);
-                break;
-            }
-        });
-        window.setStatusText(QStringLiteral("Starting R…"));
-        QString error;
-        if (!process->start({}, true, &error))
-            window.setStatusText(QStringLiteral("Could not start R: %1").arg(error));
-    }
-    const int status = app.exec();
-    if (process)
-        process->terminate();
-    return status;
+    AppShell shell(Settings::shared());
+    shell.openWindow(arguments.size() > 1 ? std::optional<QString>(arguments.last()) : std::nullopt);
+    return app.exec();
 }

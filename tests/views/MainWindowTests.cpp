@@ -1,23 +1,179 @@
+// The main window around a workspace without R: console drawing, input keys, menus, settings.
+#include "App/Settings.h"
+#include "App/Views/Appearance.h"
 #include "App/Views/MainWindow.h"
+#include "App/Views/SettingsWindow.h"
+#include "App/Views/WorkspacePane.h"
+#include "App/Workspace.h"
+#include "Console/Views/ConsoleInput.h"
+#include "Console/Views/ConsoleTranscriptView.h"
+#include "Console/Views/ConsoleView.h"
+#include "TestSupport.h"
 
-#include <QLabel>
-#include <QPlainTextEdit>
-#include <QStatusBar>
+#include <QApplication>
+#include <QKeyEvent>
+#include <QMenuBar>
+#include <QStandardPaths>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTreeWidget>
 
 #include <gtest/gtest.h>
 
-TEST(MainWindowView, ShowsConsoleAndStatusLine)
+namespace {
+
+struct WindowFixture {
+    QTemporaryDir dir;
+    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
+    std::unique_ptr<Workspace> workspace;
+    std::unique_ptr<MainWindow> window;
+
+    WindowFixture()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        workspace = std::make_unique<Workspace>(settings);
+        workspace->persistsHistory = false;
+        window = std::make_unique<MainWindow>(*workspace, settings);
+        window->show();
+    }
+    ConsoleModel &console() { return workspace->console(); }
+    QString shown() const { return window->console()->transcript()->toPlainText(); }
+    void press(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QKeyEvent event(QEvent::KeyPress, key, modifiers);
+        QApplication::sendEvent(window->console()->input(), &event);
+    }
+};
+
+} // namespace
+
+TEST(MainWindowView, DrawsCellsIncrementallyAndBoundsAFlood)
 {
-    MainWindow window;
-    window.show();
-    window.setStatusText(QStringLiteral("R 4.2 · pid 1"));
-    ASSERT_NE(window.console(), nullptr);
-    EXPECT_TRUE(window.console()->isReadOnly());
-    const QList<QLabel *> labels = window.statusBar()->findChildren<QLabel *>();
-    bool found = false;
-    for (QLabel *label : labels)
-        found = found || label->text() == QStringLiteral("R 4.2 · pid 1");
-    EXPECT_TRUE(found);
-    const QPixmap shot = window.grab();
-    EXPECT_FALSE(shot.isNull());
+    WindowFixture f;
+    f.console().note(QStringLiteral("R 4.2.2 is ready."));
+    f.console().begin(QStringLiteral("r1"), QStringLiteral("summary(x)"), ExecOrigin::console());
+    f.console().append(ConsoleModel::Item::output(QStringLiteral("\x1b[38;5;208mwarm\x1b[0m 1\n")));
+    f.console().append(ConsoleModel::Item::warning(QStringLiteral("x"), std::nullopt));
+    f.console().append(ConsoleModel::Item::errorItem(RErrorInfo{
+        QStringLiteral("boom"), QStringLiteral("f()"), {RFrame{QStringLiteral("f()"), {}, {}}}, false}));
+    ExecResult failed;
+    failed.error = RErrorInfo{QStringLiteral("boom"), {}, {}, false};
+    f.console().finish(QStringLiteral("r1"), failed);
+    const QString text = f.shown();
+    EXPECT_TRUE(text.contains(QStringLiteral("R 4.2.2 is ready.")));
+    EXPECT_TRUE(text.contains(QStringLiteral("› summary(x)")));
+    EXPECT_TRUE(text.contains(QStringLiteral("warm 1"))) << "escape sequences become colour, not text";
+    EXPECT_TRUE(text.contains(QStringLiteral("⚠ Warning: x")));
+    EXPECT_TRUE(text.contains(QStringLiteral("✕ Error in f()\nboom\n  1. f()")));
+
+    // A flood: the document keeps the head, a marker and the tail, and stays bounded.
+    f.console().begin(QStringLiteral("r2"), QStringLiteral("print(1:1e6)"), ExecOrigin::console());
+    for (int batch = 0; batch < 40; ++batch) {
+        QString lines;
+        for (int i = 0; i < 2500; ++i)
+            lines += QStringLiteral("line %1\n").arg(batch * 2500 + i);
+        f.console().append(ConsoleModel::Item::output(lines));
+        f.console().flush();
+    }
+    const QString flooded = f.shown();
+    EXPECT_TRUE(flooded.contains(QStringLiteral("line 0\n")));
+    EXPECT_TRUE(flooded.contains(QStringLiteral("lines not shown …")));
+    EXPECT_TRUE(flooded.contains(QStringLiteral("line 99999")));
+    EXPECT_LT(flooded.size(), 200000);
+    // Earlier cells were left as they were drawn.
+    EXPECT_TRUE(flooded.startsWith(text.left(text.indexOf(QStringLiteral("✕")))));
+
+    // The document matches a fresh drawing of the same model.
+    f.window->console()->transcript()->rebuild();
+    EXPECT_EQ(f.shown(), flooded);
+
+    f.console().clear();
+    EXPECT_TRUE(f.shown().trimmed().isEmpty());
+    EXPECT_FALSE(f.window->grab().isNull());
+}
+
+TEST(MainWindowView, InputKeysSubmitWalkHistoryAndFollowTheState)
+{
+    WindowFixture f;
+    ConsoleInput *input = f.window->console()->input();
+    EXPECT_EQ(input->placeholderText(), QStringLiteral("Run R code"));
+    f.workspace->setConsoleAskMode(true);
+    EXPECT_EQ(input->placeholderText(), QStringLiteral("Ask the Analyst about your data…"));
+    f.workspace->setConsoleAskMode(false);
+
+    input->setPlainText(QStringLiteral("a <- 1"));
+    f.press(Qt::Key_Return);
+    input->setPlainText(QStringLiteral("b <- 2"));
+    f.press(Qt::Key_Return);
+    ASSERT_EQ(f.workspace->history().size(), 2);
+    EXPECT_TRUE(input->toPlainText().isEmpty());
+
+    input->setPlainText(QStringLiteral("dra"));
+    f.press(Qt::Key_Up);
+    EXPECT_EQ(input->toPlainText(), QStringLiteral("b <- 2"));
+    f.press(Qt::Key_Up);
+    EXPECT_EQ(input->toPlainText(), QStringLiteral("a <- 1"));
+    f.press(Qt::Key_Down);
+    f.press(Qt::Key_Down);
+    EXPECT_EQ(input->toPlainText(), QStringLiteral("dra"));
+
+    // Shift+Enter adds a line instead of running.
+    f.press(Qt::Key_Return, Qt::ShiftModifier);
+    EXPECT_EQ(input->toPlainText(), QStringLiteral("dra\n"));
+    EXPECT_EQ(f.workspace->history().size(), 2);
+}
+
+TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
+{
+    WindowFixture f;
+    QStringList menus;
+    for (QAction *action : f.window->menuBar()->actions())
+        menus.append(action->text());
+    EXPECT_EQ(menus, (QStringList{QStringLiteral("&File"), QStringLiteral("&Session")}));
+    QStringList sessionItems;
+    for (QAction *action : f.window->menuBar()->actions()[1]->menu()->actions())
+        if (!action->isSeparator())
+            sessionItems.append(action->text());
+    EXPECT_EQ(sessionItems,
+              (QStringList{QStringLiteral("Restart R"), QStringLiteral("Interrupt R"),
+                           QStringLiteral("Clear Console"), QStringLiteral("Set Working Directory…"),
+                           QStringLiteral("Clear Workspace…")}));
+
+    SessionEvent state;
+    state.kind = SessionEvent::Kind::State;
+    REnvObject frame;
+    frame.name = QStringLiteral("cars");
+    frame.kind = REnvObject::Kind::Data;
+    frame.classes = {QStringLiteral("data.frame")};
+    frame.dim = QList<double>{50, 2};
+    frame.size = 1648;
+    state.state.env = {frame};
+    f.workspace->handle(state);
+    QTreeWidget *objects = f.window->workspacePane()->objects();
+    ASSERT_EQ(objects->topLevelItemCount(), 1);
+    EXPECT_EQ(objects->topLevelItem(0)->text(0), QStringLiteral("cars"));
+    EXPECT_EQ(objects->topLevelItem(0)->text(1), QStringLiteral("data.frame"));
+    EXPECT_EQ(objects->topLevelItem(0)->text(2), QStringLiteral("50 × 2"));
+
+    SettingsWindow settings(f.settings);
+    QStringList tabs;
+    for (int i = 0; i < settings.tabs()->count(); ++i)
+        tabs.append(settings.tabs()->tabText(i));
+    EXPECT_EQ(tabs, (QStringList{QStringLiteral("General"), QStringLiteral("Editor"), QStringLiteral("R"),
+                                 QStringLiteral("Plots"), QStringLiteral("Agents")}));
+
+    // The window asks before closing while R is busy; here nothing runs, so it closes.
+    bool asked = false;
+    f.window->confirmClose = [&] {
+        asked = true;
+        return false;
+    };
+    EXPECT_TRUE(f.window->close());
+    EXPECT_FALSE(asked);
+
+    Appearance::apply(QStringLiteral("dark"));
+    EXPECT_TRUE(Appearance::isDark());
+    EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 128);
+    Appearance::apply(QStringLiteral("light"));
+    EXPECT_FALSE(Appearance::isDark());
 }

@@ -1,20 +1,44 @@
-// The window of one workspace: the console area and the status line.
+// The window of one workspace: the console, the workspace pane, the menus and the status line.
 #pragma once
 
 #include <QMainWindow>
 
+class ConsoleView;
 class QLabel;
-class QPlainTextEdit;
+class QMenu;
+class Settings;
+class Workspace;
+class WorkspacePane;
 
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
-    explicit MainWindow(QWidget *parent = nullptr);
+    MainWindow(Workspace &workspace, Settings &settings, QWidget *parent = nullptr);
 
-    QPlainTextEdit *console() const { return m_console; }
-    void setStatusText(const QString &text);
+    ConsoleView *console() const { return m_console; }
+    WorkspacePane *workspacePane() const { return m_pane; }
+    QLabel *statusLabel() const { return m_status; }
+
+    // Asks whether to close while R is busy; a view test answers instead of a user.
+    std::function<bool()> confirmClose;
+
+signals:
+    void settingsRequested();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
 
 private:
-    QPlainTextEdit *m_console = nullptr;
+    void buildMenus();
+    void updateRecentProjects();
+    void updateStatus();
+    void updateTitle();
+
+    Workspace &m_workspace;
+    Settings &m_settings;
+    ConsoleView *m_console = nullptr;
+    WorkspacePane *m_pane = nullptr;
     QLabel *m_status = nullptr;
+    QLabel *m_directory = nullptr;
+    QMenu *m_recent = nullptr;
 };

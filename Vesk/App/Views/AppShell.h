@@ -1,0 +1,35 @@
+// The application around the windows: one workspace per window, the look that follows the
+// "appearance" setting, and the settings window.
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+class MainWindow;
+class Settings;
+class SettingsWindow;
+class Workspace;
+
+class AppShell : public QObject {
+    Q_OBJECT
+public:
+    explicit AppShell(Settings &settings, QObject *parent = nullptr);
+    ~AppShell() override;
+
+    // A new window with its own workspace; R starts in `projectPath` when it is a folder.
+    MainWindow *openWindow(const std::optional<QString> &projectPath);
+    void showSettings();
+
+private:
+    struct Window {
+        std::unique_ptr<Workspace> workspace;
+        QPointer<MainWindow> window;
+    };
+    Settings &m_settings;
+    std::vector<Window> m_windows;
+    QPointer<SettingsWindow> m_settingsWindow;
+};

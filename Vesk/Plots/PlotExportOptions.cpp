@@ -1,0 +1,42 @@
+#include "PlotExportOptions.h"
+
+#include <QLocale>
+
+#include <algorithm>
+#include <cmath>
+
+PlotExportOptions::PlotExportOptions(QSizeF points, int dpiSetting, QObject *parent)
+    : QObject(parent), dpi(validDPI(dpiSetting))
+{
+    QLocale locale;
+    locale.setNumberOptions(QLocale::OmitGroupSeparator);
+    width = locale.toString(points.width() / 72, 'g', 6);
+    height = locale.toString(points.height() / 72, 'g', 6);
+}
+
+int PlotExportOptions::validDPI(int setting)
+{
+    return (setting == 72 || setting == 300 || setting == 600) ? setting : 144;
+}
+
+double PlotExportOptions::pointsFromInches(const QString &text)
+{
+    const QString trimmed = text.trimmed();
+    bool ok = false;
+    // "7,5" is never seventy-five: group separators are refused.
+    QLocale locale;
+    locale.setNumberOptions(QLocale::RejectGroupSeparator);
+    double inches = locale.toDouble(trimmed, &ok);
+    if (!ok)
+        inches = QLocale::c().toDouble(QString(trimmed).replace(u',', u'.'), &ok);
+    if (!ok || !std::isfinite(inches))
+        return 504;
+    if (inches <= 1)
+        return 72;
+    return std::min(inches, 50.0) * 72;
+}
+
+QSizeF PlotExportOptions::points() const
+{
+    return QSizeF(pointsFromInches(width), pointsFromInches(height));
+}

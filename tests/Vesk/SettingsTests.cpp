@@ -1,0 +1,63 @@
+// Settings: defaults for an empty store, typed reads of stored text, and the change notification.
+#include "App/RecentProjects.h"
+#include "App/Settings.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+TEST(SettingsStore, EmptyStoreGivesEveryDefault)
+{
+    QTemporaryDir dir;
+    Settings settings(dir.filePath(QStringLiteral("s.ini")));
+    EXPECT_EQ(settings.intValue(Settings::tabWidth), 2);
+    EXPECT_EQ(settings.intValue(Settings::hoverDelay), 250);
+    EXPECT_EQ(settings.intValue(Settings::digits), 7);
+    EXPECT_DOUBLE_EQ(settings.doubleValue(Settings::consoleFontSize), 12.5);
+    EXPECT_EQ(settings.stringValue(Settings::cranMirror), QStringLiteral("https://cloud.r-project.org"));
+    EXPECT_EQ(settings.stringValue(Settings::agentModel), QStringLiteral("claude-opus-5-5"));
+    EXPECT_TRUE(settings.boolValue(Settings::showWorkspaceChanges));
+    EXPECT_FALSE(settings.boolValue(Settings::clearConsoleOnRestart));
+    EXPECT_DOUBLE_EQ(settings.doubleValue(Settings::consoleHeightFraction), 0.36);
+    EXPECT_EQ(settings.appearanceValue(), QStringLiteral("system"));
+    EXPECT_TRUE(settings.stringListValue(Settings::recentProjects).isEmpty());
+    EXPECT_EQ(Settings::keys().size(), 30);
+}
+
+TEST(SettingsStore, StoredValuesReadBackTypedAndNotify)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("s.ini"));
+    {
+        Settings settings(path);
+        QStringList told;
+        QObject::connect(&settings, &Settings::changed, [&](const QString &key) { told.append(key); });
+        settings.setValue(Settings::digits, 4);
+        settings.setValue(Settings::digits, 4);
+        EXPECT_EQ(told, QStringList{Settings::digits}) << "an unchanged write is silent";
+        settings.setValue(Settings::showWorkspaceChanges, false);
+        settings.setValue(Settings::appearance, QStringLiteral("sepia"));
+        settings.setValue(Settings::plotExportDPI, 150);
+        RecentProjects::add(settings, QStringLiteral("/a"));
+    }
+    // A fresh store reads the text of the file back as the default's type.
+    Settings settings(path);
+    EXPECT_EQ(settings.value(Settings::digits).metaType().id(), QMetaType::Int);
+    EXPECT_EQ(settings.intValue(Settings::digits), 4);
+    EXPECT_FALSE(settings.boolValue(Settings::showWorkspaceChanges));
+    EXPECT_EQ(settings.appearanceValue(), QStringLiteral("system")) << "an unknown appearance";
+    EXPECT_EQ(settings.plotExportDPIValue(), 144);
+    EXPECT_EQ(RecentProjects::all(settings), QStringList{QStringLiteral("/a")});
+    settings.remove(Settings::digits);
+    EXPECT_EQ(settings.intValue(Settings::digits), 7);
+}
+
+TEST(SettingsStore, RecentListsMoveToTheFrontAndKeepTheirLimit)
+{
+    const QStringList list = {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")};
+    EXPECT_EQ(RecentProjects::adding(QStringLiteral("c"), list, 3),
+              (QStringList{QStringLiteral("c"), QStringLiteral("a"), QStringLiteral("b")}));
+    EXPECT_EQ(RecentProjects::adding(QStringLiteral("d"), list, 2),
+              (QStringList{QStringLiteral("d"), QStringLiteral("a")}));
+    EXPECT_TRUE(RecentProjects::adding(QStringLiteral("d"), list, -1).isEmpty());
+}

@@ -1,0 +1,576 @@
+// The tool server over real sockets: the refusals in front of MCP, sessions, batches, cancellation,
+// binding to 127.0.0.1 alone, and clients that misbehave.
+#include "LoopbackHTTPServer.h"
+#include "MCPDemoTools.h"
+#include "MCPServer.h"
+#include "QStringPrinting.h"
+#include "TestSupport.h"
+
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <future>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Reply {
+    int status = 0;
+    std::map<QString, QString> headers; // lower-case names
+    QByteArray body;
+    QString header(const char *name) const
+    {
+        const auto it = headers.find(QString::fromLatin1(name));
+        return it == headers.end() ? QString() : it->second;
+    }
+    JSONValue json() const { return JSONValue::parse(QByteArrayView(body)).value_or(JSONValue()); }
+};
+
+// A blocking test client on one socket.
+class Client {
+public:
+    explicit Client(quint16 port, const char *address = "127.0.0.1")
+    {
+        m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(port);
+        ::inet_pton(AF_INET, address, &to.sin_addr);
+        timeval timeout{10, 0};
+        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        m_connected = ::connect(m_fd, reinterpret_cast<sockaddr *>(&to), sizeof to) == 0;
+    }
+    ~Client() { ::close(m_fd); }
+
+    bool connected() const { return m_connected; }
+    void send(QByteArrayView bytes) { (void)::send(m_fd, bytes.data(), size_t(bytes.size()), MSG_NOSIGNAL); }
+    void shutdownWrite() { ::shutdown(m_fd, SHUT_WR); }
+
+    // Reads one response framed by Content-Length; status 0 if the server closed first.
+    // A response to HEAD has its Content-Length but no body.
+    Reply read(bool head = false)
+    {
+        Reply reply;
+        qsizetype end;
+        while ((end = m_in.indexOf("\r\n\r\n")) < 0) {
+            if (!fill())
+                return reply;
+        }
+        const QList<QByteArray> lines = m_in.left(end).split('\n');
+        reply.status = lines.front().split(' ').value(1).toInt();
+        for (qsizetype i = 1; i < lines.size(); ++i) {
+            const qsizetype colon = lines[i].indexOf(':');
+            reply.headers[QString::fromUtf8(lines[i].left(colon)).toLower()] =
+                QString::fromUtf8(lines[i].mid(colon + 1).trimmed());
+        }
+        m_in.remove(0, end + 4);
+        const qsizetype length = head ? 0 : reply.header("content-length").toLongLong();
+        while (m_in.size() < length) {
+            if (!fill())
+                return Reply{};
+        }
+        reply.body = m_in.left(length);
+        m_in.remove(0, length);
+        return reply;
+    }
+
+    // Whether the server closed the connection within `timeout`, with nothing more sent.
+    bool closedWithin(std::chrono::milliseconds timeout, QByteArray *rest = nullptr)
+    {
+        const auto until = std::chrono::steady_clock::now() + timeout;
+        while (std::chrono::steady_clock::now() < until) {
+            pollfd p{m_fd, POLLIN, 0};
+            if (::poll(&p, 1, 50) <= 0)
+                continue;
+            char buffer[4096];
+            const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+            if (n <= 0)
+                return true;
+            if (rest)
+                rest->append(buffer, n);
+        }
+        return false;
+    }
+
+    QByteArray pending() const { return m_in; }
+
+private:
+    bool fill()
+    {
+        char buffer[65536];
+        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+        if (n <= 0)
+            return false;
+        m_in.append(buffer, n);
+        return true;
+    }
+
+    int m_fd = -1;
+    bool m_connected = false;
+    QByteArray m_in;
+};
+
+QByteArray request(const QByteArray &method, const QByteArray &target, const QByteArray &body,
+                   const QList<QByteArray> &headers)
+{
+    QByteArray out = method + ' ' + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+    for (const QByteArray &h : headers)
+        out += h + "\r\n";
+    if (!body.isEmpty() || method == "POST")
+        out += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    return out + "\r\n" + body;
+}
+
+JSONValue rpc(int id, const QString &method, JSONValue params = JSONValue(JSONValue::Object()))
+{
+    return JSONValue{{QStringLiteral("jsonrpc"), "2.0"},
+                     {QStringLiteral("id"), id},
+                     {QStringLiteral("method"), method},
+                     {QStringLiteral("params"), std::move(params)}};
+}
+
+JSONValue call(int id, const QString &tool, JSONValue arguments = JSONValue(JSONValue::Object()))
+{
+    return rpc(
+        id, QStringLiteral("tools/call"),
+        JSONValue{{QStringLiteral("name"), tool}, {QStringLiteral("arguments"), std::move(arguments)}});
+}
+
+class MCPServerTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        tools.registerIn(server);
+        const auto started = server.start(0);
+        ASSERT_TRUE(std::holds_alternative<QUrl>(started));
+        port = quint16(std::get<QUrl>(started).port());
+        auth = "Authorization: Bearer " + server.token().toUtf8();
+    }
+
+    Reply send(const QByteArray &method, const QByteArray &target, const QByteArray &body = {},
+               QList<QByteArray> headers = {})
+    {
+        Client client(port);
+        client.send(request(method, target, body, headers));
+        return client.read();
+    }
+    Reply post(const JSONValue &message, QList<QByteArray> headers = {})
+    {
+        headers.append(auth);
+        return send("POST", "/mcp", message.serialized(), headers);
+    }
+    QString initialize(const QString &clientName = QStringLiteral("tester"))
+    {
+        const Reply r =
+            post(rpc(1, QStringLiteral("initialize"),
+                     JSONValue{{QStringLiteral("protocolVersion"), "2025-06-18"},
+                               {QStringLiteral("clientInfo"), JSONValue{{QStringLiteral("name"), clientName},
+                                                                        {QStringLiteral("version"), "1"}}}}));
+        EXPECT_EQ(r.status, 200);
+        return r.headers.count(QStringLiteral("mcp-session-id"))
+                   ? r.headers.at(QStringLiteral("mcp-session-id"))
+                   : QString();
+    }
+    QByteArray sessionHeader(const QString &id) { return "Mcp-Session-Id: " + id.toUtf8(); }
+
+    MCPDemoTools tools;
+    MCPServer server{QStringLiteral("vesk-test"), QStringLiteral("0.1"), QStringLiteral("Be kind."),
+                     MCPServer::makeToken()};
+    quint16 port = 0;
+    QByteArray auth;
+};
+
+void expectRefusal(const Reply &r, int status, int code, const QString &message)
+{
+    EXPECT_EQ(r.status, status) << r.body.toStdString();
+    EXPECT_EQ(r.headers.count(QStringLiteral("content-type")) ? r.headers.at(QStringLiteral("content-type"))
+                                                              : "",
+              u"application/json");
+    const JSONValue json = r.json();
+    EXPECT_TRUE(json[u"id"].isNull());
+    EXPECT_EQ(json[u"error"][u"code"].intValue(), code);
+    EXPECT_EQ(json[u"error"][u"message"].stringValue(), message);
+}
+
+} // namespace
+
+TEST(MCPServerChecks, TokensOriginsAndPaths)
+{
+    const QString token = MCPServer::makeToken();
+    EXPECT_EQ(token.size(), 64);
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^[0-9a-f]{64}$")).match(token).hasMatch());
+    EXPECT_NE(token, MCPServer::makeToken());
+    EXPECT_EQ(MCPServer::randomHex(16).size(), 32);
+
+    EXPECT_TRUE(MCPServer::isAuthorized(QStringLiteral("bearer ") + token + u' ', token));
+    EXPECT_TRUE(MCPServer::isAuthorized(QStringLiteral("  Bearer   ") + token, token));
+    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Basic ") + token, token));
+    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer ") + token.chopped(1), token));
+    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer ") + token + u'0', token));
+    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer"), QString()));
+    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer "), QString()));
+
+    for (const char *good :
+         {"http://localhost:3000", "https://127.0.0.1", "http://[::1]:8080/", "HTTP://LOCALHOST"})
+        EXPECT_TRUE(MCPServer::isLoopbackOrigin(QString::fromLatin1(good))) << good;
+    for (const char *bad : {"null", "http://example.com", "http://user@localhost", "http://u:p@127.0.0.1",
+                            "http://localhost/app", "file://localhost", "ws://localhost", "http://127.0.0.2",
+                            "http://localhost.example.com", ""})
+        EXPECT_FALSE(MCPServer::isLoopbackOrigin(QString::fromLatin1(bad))) << bad;
+
+    EXPECT_EQ(MCPServer::requestPath(QStringLiteral("/mcp?x=1#f")), u"/mcp");
+    EXPECT_EQ(MCPServer::requestPath(QStringLiteral("http://127.0.0.1:9/mcp/?q")), u"/mcp/");
+    EXPECT_EQ(MCPServer::requestPath(QStringLiteral("http://host")), u"");
+}
+
+TEST_F(MCPServerTest, RefusalsComeInOrder)
+{
+    // Origin first, then path, then the token.
+    expectRefusal(send("POST", "/other", "{}", {"Origin: http://evil.example"}), 403, -32000,
+                  QStringLiteral("Forbidden: origin http://evil.example is not allowed."));
+    for (const QByteArray origin : {"null", "http://user@localhost", "http://localhost/path"})
+        EXPECT_EQ(send("POST", "/mcp", "{}", {"Origin: " + origin, auth}).status, 403) << origin.constData();
+    expectRefusal(send("POST", "/other", "{}"), 404, -32000, QStringLiteral("Not found."));
+    EXPECT_EQ(send("POST", "/mcpx", "{}").status, 404);
+
+    for (const QList<QByteArray> &headers : QList<QList<QByteArray>>{
+             {}, {"Authorization: Bearer wrong"}, {"Authorization: Basic " + server.token().toUtf8()}}) {
+        const Reply r = send("POST", "/mcp", "{}", headers);
+        expectRefusal(r, 401, -32000, QStringLiteral("Unauthorized."));
+        EXPECT_EQ(r.header("www-authenticate"), u"Bearer realm=\"vesk\"");
+    }
+
+    const Reply get = send("GET", "/mcp", {}, {auth});
+    expectRefusal(get, 405, -32000, QStringLiteral("Method not allowed."));
+    EXPECT_EQ(get.header("allow"), u"POST, DELETE");
+
+    expectRefusal(post(rpc(1, QStringLiteral("ping")), {"MCP-Protocol-Version: 1999-01-01"}), 400, -32000,
+                  QStringLiteral("Unsupported MCP-Protocol-Version: 1999-01-01"));
+
+    // What passes: loopback origins, a query, a lower-case scheme word.
+    const QByteArray lowerAuth = "authorization: bearer " + server.token().toUtf8() + " ";
+    for (const QByteArray origin : {"Origin: http://localhost:5173", "Origin: https://127.0.0.1"}) {
+        const Reply r =
+            send("POST", "/mcp/?trace=1", rpc(7, QStringLiteral("ping")).serialized(), {origin, lowerAuth});
+        EXPECT_EQ(r.status, 200);
+        EXPECT_EQ(r.json(), JSONValue({{QStringLiteral("jsonrpc"), "2.0"},
+                                       {QStringLiteral("id"), 7},
+                                       {QStringLiteral("result"), JSONValue(JSONValue::Object())}}));
+    }
+}
+
+TEST_F(MCPServerTest, SessionsListAndCall)
+{
+    const Reply init =
+        post(rpc(1, QStringLiteral("initialize"),
+                 JSONValue{{QStringLiteral("protocolVersion"), "2099-01-01"},
+                           {QStringLiteral("clientInfo"), JSONValue{{QStringLiteral("name"), "c"}}}}));
+    ASSERT_EQ(init.status, 200);
+    const QString session = init.header("mcp-session-id");
+    EXPECT_EQ(session.size(), 32);
+    const JSONValue result = init.json()[u"result"];
+    EXPECT_EQ(result[u"protocolVersion"].stringValue(), u"2025-06-18");
+    EXPECT_EQ(result[u"serverInfo"][u"name"].stringValue(), u"vesk-test");
+    EXPECT_EQ(result[u"instructions"].stringValue(), u"Be kind.");
+    EXPECT_EQ(result[u"capabilities"][u"tools"][u"listChanged"].boolValue(), false);
+
+    const Reply list = post(rpc(2, QStringLiteral("tools/list")), {sessionHeader(session)});
+    EXPECT_EQ(list.header("mcp-session-id"), session);
+    const JSONValue listed = list.json()[u"result"][u"tools"];
+    ASSERT_EQ(listed.arrayValue()->size(), 3);
+    EXPECT_EQ(listed[0][u"name"].stringValue(), u"echo");
+    EXPECT_EQ(listed[0][u"title"].stringValue(), u"Echo");
+    EXPECT_EQ(listed[0][u"annotations"][u"readOnlyHint"].boolValue(), true);
+    EXPECT_FALSE(listed[1].contains(u"title"));
+    EXPECT_EQ(listed[2][u"name"].stringValue(), u"image");
+
+    // Re-registering keeps the place; unregistering removes.
+    MCPTool renamed{QStringLiteral("slow"), QStringLiteral("Slow"), QStringLiteral("d"), JSONValue(), {}, {}};
+    server.registerTool(renamed);
+    server.unregisterTool(QStringLiteral("image"));
+    const JSONValue relisted = post(rpc(3, QStringLiteral("tools/list"))).json()[u"result"][u"tools"];
+    ASSERT_EQ(relisted.arrayValue()->size(), 2);
+    EXPECT_EQ(relisted[1][u"title"].stringValue(), u"Slow");
+
+    const JSONValue echoed =
+        post(call(4, QStringLiteral("echo"), JSONValue{{QStringLiteral("text"), "client"}}),
+             {sessionHeader(session)})
+            .json();
+    EXPECT_EQ(echoed[u"result"], MCPToolResult::text(QStringLiteral("c")).json());
+    const JSONValue failed =
+        post(call(5, QStringLiteral("echo"), JSONValue{{QStringLiteral("text"), "fail"}})).json();
+    EXPECT_EQ(failed[u"result"][u"isError"].boolValue(), true);
+
+    EXPECT_EQ(server.sessionCount(), 1);
+    const Reply ended = send("DELETE", "/mcp", {}, {auth, sessionHeader(session)});
+    EXPECT_EQ(ended.status, 200);
+    EXPECT_TRUE(ended.body.isEmpty());
+    expectRefusal(send("DELETE", "/mcp", {}, {auth, sessionHeader(session)}), 404, -32001,
+                  QStringLiteral("Session not found."));
+    expectRefusal(send("DELETE", "/mcp", {}, {auth}), 400, -32000,
+                  QStringLiteral("Missing Mcp-Session-Id header."));
+    expectRefusal(post(rpc(6, QStringLiteral("ping")), {sessionHeader(session)}), 404, -32001,
+                  QStringLiteral("Session not found."));
+}
+
+TEST_F(MCPServerTest, MessagesBatchesAndErrors)
+{
+    expectRefusal(send("POST", "/mcp", "{nope", {auth}), 400, -32700, QStringLiteral("Parse error."));
+    expectRefusal(send("POST", "/mcp", "[]", {auth}), 400, -32600, QStringLiteral("Invalid request."));
+    expectRefusal(send("POST", "/mcp", "42", {auth}), 400, -32600, QStringLiteral("Invalid request."));
+
+    const JSONValue notification{{QStringLiteral("jsonrpc"), "2.0"},
+                                 {QStringLiteral("method"), "notifications/x"}};
+    const JSONValue cancelUnknown{{QStringLiteral("jsonrpc"), "2.0"},
+                                  {QStringLiteral("method"), "notifications/cancelled"},
+                                  {QStringLiteral("params"), JSONValue{{QStringLiteral("requestId"), 99}}}};
+    const JSONValue cancelNoID{{QStringLiteral("jsonrpc"), "2.0"},
+                               {QStringLiteral("method"), "notifications/cancelled"}};
+    const Reply accepted = post(JSONValue::array({notification, cancelUnknown, cancelNoID}));
+    EXPECT_EQ(accepted.status, 202);
+    EXPECT_TRUE(accepted.body.isEmpty());
+
+    const JSONValue invalid{
+        {QStringLiteral("jsonrpc"), "1.0"}, {QStringLiteral("id"), "x"}, {QStringLiteral("method"), "ping"}};
+    const Reply alone = post(invalid);
+    EXPECT_EQ(alone.status, 400);
+    EXPECT_EQ(alone.json()[u"id"].stringValue(), u"x");
+    EXPECT_EQ(alone.json()[u"error"][u"code"].intValue(), -32600);
+
+    const Reply batch = post(JSONValue::array({rpc(1, QStringLiteral("ping")), invalid, JSONValue(3),
+                                               rpc(2, QStringLiteral("nope")), notification}));
+    EXPECT_EQ(batch.status, 200);
+    const JSONValue answers = batch.json();
+    ASSERT_EQ(answers.arrayValue()->size(), 4);
+    EXPECT_EQ(answers[0][u"id"].intValue(), 1);
+    EXPECT_EQ(answers[1][u"error"][u"code"].intValue(), -32600);
+    EXPECT_TRUE(answers[2][u"id"].isNull());
+    EXPECT_EQ(answers[3][u"error"][u"message"].stringValue(), u"Method not found: nope");
+
+    auto errorOf = [&](const JSONValue &message) { return post(message).json()[u"error"]; };
+    EXPECT_EQ(errorOf(rpc(1, QStringLiteral("ping"), JSONValue(3)))[u"message"].stringValue(),
+              u"Invalid params: expected an object.");
+    EXPECT_EQ(errorOf(rpc(1, QStringLiteral("tools/call")))[u"message"].stringValue(),
+              u"Invalid params: tools/call needs a tool name.");
+    EXPECT_EQ(errorOf(call(1, QStringLiteral("echo"), JSONValue(3)))[u"message"].stringValue(),
+              u"Invalid params: arguments must be an object.");
+    const JSONValue unknown = errorOf(call(1, QStringLiteral("nope")));
+    EXPECT_EQ(unknown[u"code"].intValue(), -32602);
+    EXPECT_EQ(unknown[u"message"].stringValue(), u"Unknown tool: nope");
+    // Null arguments are an empty object.
+    EXPECT_EQ(post(call(1, QStringLiteral("echo"), JSONValue())).json()[u"result"],
+              MCPToolResult::text(QString()).json());
+
+    // A batch runs its calls concurrently: two slow calls take one wait, not two.
+    const JSONValue slowly = JSONValue{{QStringLiteral("seconds"), 0.3}};
+    const Reply both =
+        post(JSONValue::array({call(1, QStringLiteral("slow"), slowly), call(2, QStringLiteral("image"))}));
+    const JSONValue image = both.json()[1][u"result"][u"content"][1];
+    EXPECT_EQ(image[u"type"].stringValue(), u"image");
+    EXPECT_EQ(image[u"mimeType"].stringValue(), u"image/png");
+    EXPECT_EQ(QByteArray::fromBase64(image[u"data"].stringValue()->toLatin1()), MCPDemoTools::png());
+    EXPECT_EQ(both.json()[0][u"result"][u"content"][0][u"text"].stringValue(), u"Waited.");
+}
+
+TEST_F(MCPServerTest, CancellationReachesTheTool)
+{
+    const QString session = initialize();
+    // Cancelled by a notification on another connection.
+    auto pending = std::async(
+        std::launch::async, [&] { return post(call(5, QStringLiteral("slow")), {sessionHeader(session)}); });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 1; }, 10s));
+    // Another session's id 5 is a different call.
+    const QString other = initialize();
+    const JSONValue cancel{{QStringLiteral("jsonrpc"), "2.0"},
+                           {QStringLiteral("method"), "notifications/cancelled"},
+                           {QStringLiteral("params"), JSONValue{{QStringLiteral("requestId"), 5}}}};
+    EXPECT_EQ(post(cancel, {sessionHeader(other)}).status, 202);
+    EXPECT_EQ(pending.wait_for(200ms), std::future_status::timeout);
+    EXPECT_EQ(post(cancel, {sessionHeader(session)}).status, 202);
+    const Reply answered = pending.get();
+    EXPECT_EQ(answered.json()[u"result"][u"isError"].boolValue(), true);
+    EXPECT_EQ(tools.slowCancelled, 1);
+
+    // Cancelled by the client going away; nothing is written and the server goes on.
+    {
+        Client client(port);
+        client.send(request("POST", "/mcp", call(6, QStringLiteral("slow")).serialized(), {auth}));
+        ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 2; }, 10s));
+    }
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return tools.slowCancelled == 2; }, 10s));
+
+    // Ending the session cancels its calls.
+    auto third = std::async(std::launch::async,
+                            [&] { return post(call(7, QStringLiteral("slow")), {sessionHeader(session)}); });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 3; }, 10s));
+    EXPECT_EQ(send("DELETE", "/mcp", {}, {auth, sessionHeader(session)}).status, 200);
+    EXPECT_EQ(third.get().status, 200);
+    EXPECT_EQ(tools.slowCancelled, 3);
+    EXPECT_EQ(post(rpc(1, QStringLiteral("ping"))).status, 200);
+}
+
+TEST_F(MCPServerTest, TheLeastRecentlyUsedSessionIsEvicted)
+{
+    // The first session is used last before the others are made, with a call left running.
+    const QString oldest = initialize();
+    auto running = std::async(std::launch::async,
+                              [&] { return post(call(9, QStringLiteral("slow")), {sessionHeader(oldest)}); });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 1; }, 10s));
+    QStringList ids;
+    for (int i = 1; i < MCPServer::maxSessions; ++i)
+        ids.append(initialize());
+    EXPECT_EQ(server.sessionCount(), 256);
+    // Using the second-oldest again keeps it from being the next to go.
+    EXPECT_EQ(post(rpc(2, QStringLiteral("ping")), {sessionHeader(ids[0])}).status, 200);
+
+    const QString newest = initialize();
+    EXPECT_EQ(server.sessionCount(), 256);
+    EXPECT_TRUE(server.hasSession(newest));
+    EXPECT_TRUE(server.hasSession(ids[0]));
+    EXPECT_FALSE(server.hasSession(oldest));
+    EXPECT_EQ(running.get().json()[u"result"][u"isError"].boolValue(), true);
+    EXPECT_EQ(tools.slowCancelled, 1);
+    EXPECT_EQ(post(rpc(3, QStringLiteral("ping")), {sessionHeader(oldest)}).status, 404);
+
+    // The next one goes in creation order: ids[1] was made before the ping of ids[0].
+    initialize();
+    EXPECT_FALSE(server.hasSession(ids[1]));
+    EXPECT_TRUE(server.hasSession(ids[0]));
+}
+
+TEST_F(MCPServerTest, ListensOnLoopbackAddressOnly)
+{
+    EXPECT_TRUE(Client(port, "127.0.0.1").connected());
+    EXPECT_FALSE(Client(port, "127.0.0.2").connected());
+    // Any other address of this machine, where there is one.
+    ifaddrs *list = nullptr;
+    ASSERT_EQ(getifaddrs(&list), 0);
+    int tried = 0;
+    for (ifaddrs *a = list; a; a = a->ifa_next) {
+        if (!a->ifa_addr || a->ifa_addr->sa_family != AF_INET)
+            continue;
+        char text[INET_ADDRSTRLEN];
+        inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in *>(a->ifa_addr)->sin_addr, text, sizeof text);
+        if (QByteArray(text).startsWith("127."))
+            continue;
+        ++tried;
+        EXPECT_FALSE(Client(port, text).connected()) << text;
+    }
+    freeifaddrs(list);
+    RecordProperty("nonLoopbackAddressesTried", tried);
+}
+
+TEST_F(MCPServerTest, SurvivesGarbageAndHalfRequests)
+{
+    {
+        Client garbage(port);
+        static const char tlsHello[] = "\x16\x03\x01\x02\x00 not http at all\r\n\r\n";
+        garbage.send(QByteArray(tlsHello, sizeof tlsHello - 1));
+        const Reply r = garbage.read();
+        EXPECT_EQ(r.status, 400);
+        EXPECT_EQ(r.body, "Malformed request line.\n");
+        EXPECT_EQ(r.header("connection"), u"close");
+        EXPECT_TRUE(garbage.closedWithin(3s));
+    }
+    {
+        Client huge(port);
+        huge.send("POST /mcp HTTP/1.1\r\nContent-Length: 20971521\r\n\r\n");
+        EXPECT_EQ(huge.read().body, "Request body exceeds 20971520 bytes.\n");
+    }
+    {
+        Client half(port);
+        half.send("POST /mcp HTTP/1.1\r\nContent-Length: 100\r\n\r\n{\"jsonrpc\"");
+    } // gone mid-request
+    {
+        Client headOnly(port);
+        headOnly.send("POST /mcp HT");
+        headOnly.shutdownWrite();
+        EXPECT_TRUE(headOnly.closedWithin(3s));
+    }
+    EXPECT_TRUE(
+        TestSupport::waitUntil([&] { return post(rpc(1, QStringLiteral("ping"))).status == 200; }, 5s));
+}
+
+TEST_F(MCPServerTest, KeepAlivePipeliningAndClose)
+{
+    Client client(port);
+    const QByteArray slow = request(
+        "POST", "/mcp",
+        call(1, QStringLiteral("slow"), JSONValue{{QStringLiteral("seconds"), 0.2}}).serialized(), {auth});
+    const QByteArray ping = request("POST", "/mcp", rpc(2, QStringLiteral("ping")).serialized(), {auth});
+    client.send(slow + ping);
+    // In order, although the second is quicker.
+    EXPECT_EQ(client.read().json()[u"id"].intValue(), 1);
+    const Reply second = client.read();
+    EXPECT_EQ(second.json()[u"id"].intValue(), 2);
+    EXPECT_EQ(second.header("connection"), u"keep-alive");
+
+    // Expect: 100-continue gets the interim answer once, before the body is sent.
+    const QByteArray body = rpc(3, QStringLiteral("ping")).serialized();
+    client.send("POST /mcp HTTP/1.1\r\nExpect: 100-continue\r\n" + auth +
+                "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n");
+    const Reply interim = client.read();
+    EXPECT_EQ(interim.status, 100);
+    client.send(body);
+    EXPECT_EQ(client.read().json()[u"id"].intValue(), 3);
+
+    // A closing request: what follows is read and dropped, and the socket goes.
+    client.send(request("POST", "/mcp", body, {auth, "Connection: close"}) + ping);
+    const Reply last = client.read();
+    EXPECT_EQ(last.status, 200);
+    EXPECT_EQ(last.header("connection"), u"close");
+    QByteArray rest;
+    EXPECT_TRUE(client.closedWithin(3s, &rest));
+    EXPECT_TRUE(rest.isEmpty() && client.pending().isEmpty());
+
+    // HEAD gets the length of what it would have got, and no body.
+    Client head(port);
+    head.send(request("HEAD", "/mcp", {}, {auth}) + request("POST", "/mcp", body, {auth}));
+    const Reply headReply = head.read(true);
+    EXPECT_EQ(headReply.status, 405);
+    EXPECT_GT(headReply.header("content-length").toInt(), 0);
+    EXPECT_EQ(head.read().json()[u"id"].intValue(), 3);
+}
+
+TEST(LoopbackHTTPServer, StartAndStop)
+{
+    auto handler = [](HTTPRequest, std::stop_token, HTTPConnection::Completion done) {
+        done(HTTPResponse::plainText(200, QStringLiteral("ok")));
+    };
+    LoopbackHTTPServer first(100, handler);
+    const auto port = first.start(0);
+    ASSERT_TRUE(std::holds_alternative<quint16>(port));
+    EXPECT_GT(std::get<quint16>(port), 0);
+    EXPECT_EQ(std::get<MCPServerError>(first.start(0)), MCPServerError::alreadyStarting());
+
+    LoopbackHTTPServer second(100, handler);
+    const auto taken = second.start(std::get<quint16>(port));
+    ASSERT_TRUE(std::holds_alternative<MCPServerError>(taken));
+    EXPECT_TRUE(
+        std::get<MCPServerError>(taken).description().startsWith(u"The MCP server could not listen: "));
+
+    Client open(std::get<quint16>(port));
+    open.send("GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(open.read().body, "ok");
+    first.stop();
+    EXPECT_TRUE(open.closedWithin(3s));
+    EXPECT_EQ(std::get<MCPServerError>(first.start(0)).description(), u"The MCP server was stopped.");
+
+    // The MCP server may be started again after a stop, on a new port.
+    MCPServer mcp(QStringLiteral("n"), QStringLiteral("v"), std::nullopt, QStringLiteral("t"));
+    const auto url = mcp.start(0);
+    ASSERT_TRUE(std::holds_alternative<QUrl>(url));
+    EXPECT_EQ(std::get<QUrl>(mcp.start(0)), std::get<QUrl>(url));
+    mcp.stop();
+    EXPECT_FALSE(mcp.url());
+    EXPECT_TRUE(std::holds_alternative<QUrl>(mcp.start(0)));
+}

@@ -1,0 +1,112 @@
+#include "QStringPrinting.h"
+#include "RIndenter.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Applies Return at the caret marked `|` (or the selection between two `|`) and marks the new caret.
+QString afterReturn(QString text, int tabWidth = 2)
+{
+    const qsizetype caret = text.indexOf(u'|');
+    text.remove(caret, 1);
+    qsizetype end = text.indexOf(u'|');
+    if (end >= 0)
+        text.remove(end, 1);
+    else
+        end = caret;
+    const RSourceSnapshot s(text, RSourceLanguage::r);
+    const RTextEdit edit = RIndenter::newline(s, RTextRange{caret, end - caret}, tabWidth);
+    QString out = edit.applied(text);
+    out.insert(edit.selectionLocation, u'|');
+    return out;
+}
+
+RTextEdit edit(const QString &text, RTextRange selection,
+               RTextEdit (*op)(const RSourceSnapshot &, RTextRange))
+{
+    const RSourceSnapshot s(text, RSourceLanguage::r);
+    return op(s, selection);
+}
+
+} // namespace
+
+TEST(RIndenter, ReturnAlignsAndIndents)
+{
+    EXPECT_EQ(afterReturn(u"f(a,|"_qs), u"f(a,\n  |"_qs);
+    EXPECT_EQ(afterReturn(u"x <- f(a,|"_qs), u"x <- f(a,\n       |"_qs);
+    EXPECT_EQ(afterReturn(u"f(|"_qs), u"f(\n  |"_qs);
+    EXPECT_EQ(afterReturn(u"x <- 1 +|"_qs), u"x <- 1 +\n  |"_qs);
+    EXPECT_EQ(afterReturn(u"x <- 1 +\n  2 +|"_qs), u"x <- 1 +\n  2 +\n  |"_qs);
+    EXPECT_EQ(afterReturn(u"x <- 1 +\n  2 +\n  3|"_qs), u"x <- 1 +\n  2 +\n  3\n|"_qs);
+    EXPECT_EQ(afterReturn(u"  g <- function(x) {|}"_qs), u"  g <- function(x) {\n    |\n  }"_qs);
+    EXPECT_EQ(afterReturn(u"if (x)|"_qs), u"if (x)\n  |"_qs);
+    // A closer whose opener is lines above goes back to the statement's indentation.
+    EXPECT_EQ(afterReturn(u"x <- list(\n  a = 1,\n  b = 2)|"_qs), u"x <- list(\n  a = 1,\n  b = 2)\n|"_qs);
+    // Blanks around the break go, and an empty line keeps none.
+    EXPECT_EQ(afterReturn(u"  x <- 1   |   y"_qs), u"  x <- 1\n  |y"_qs);
+    EXPECT_EQ(afterReturn(u"  |   "_qs), u"  \n  |"_qs);
+}
+
+TEST(RIndenter, ReturnInLiteralsCommentsAndBreaks)
+{
+    EXPECT_EQ(afterReturn(u"x <- \"ab|c\n  d\""_qs), u"x <- \"ab\n|c\n  d\""_qs);
+    EXPECT_EQ(afterReturn(u"x <- \"a\n  b|c\""_qs), u"x <- \"a\n  b\n|c\""_qs);
+    EXPECT_EQ(afterReturn(u"  #' Title|"_qs), u"  #' Title\n  #' |"_qs);
+    EXPECT_EQ(afterReturn(u"#' @param x|"_qs), u"#' @param x\n#' |"_qs);
+    EXPECT_EQ(afterReturn(u"  # note|"_qs), u"  # note\n  |"_qs);
+    EXPECT_EQ(afterReturn(u"f(a,\r\n  b,|"_qs), u"f(a,\r\n  b,\r\n  |"_qs);
+}
+
+TEST(RIndenter, ClosingBracketDedents)
+{
+    const QString text = u"f <- function() {\n  x\n    "_qs;
+    const RSourceSnapshot s(text, RSourceLanguage::r);
+    const std::optional<RTextEdit> e = RIndenter::closingBracket(u'}', s, text.size());
+    ASSERT_TRUE(e.has_value());
+    EXPECT_EQ(e->applied(text), u"f <- function() {\n  x\n}"_qs);
+    // Already in place, or text before the caret: typed the ordinary way.
+    const QString placed = u"{\n"_qs;
+    EXPECT_FALSE(RIndenter::closingBracket(u'}', RSourceSnapshot(placed, RSourceLanguage::r), 2).has_value());
+    EXPECT_FALSE(RIndenter::closingBracket(u')', s, text.size() - 8).has_value());
+}
+
+TEST(RIndenter, CommentsAndShifts)
+{
+    const QString block = u"  a\n\n    b\n"_qs;
+    RTextEdit e = edit(block, RTextRange{0, block.size() - 1}, &RIndenter::toggleComment);
+    EXPECT_EQ(e.applied(block), u"  # a\n\n  #   b\n"_qs);
+    const QString commented = e.applied(block);
+    e = edit(commented, RTextRange{0, commented.size() - 1}, &RIndenter::toggleComment);
+    EXPECT_EQ(e.applied(commented), block);
+    // The selection moves with its first line.
+    e = edit(u"x\ny"_qs, RTextRange{1, 2}, &RIndenter::toggleComment);
+    EXPECT_EQ(e.selectionLocation, 3);
+    EXPECT_EQ(e.selectionLength, 4);
+
+    const RSourceSnapshot s(u"a\n\n\tb\n   c"_qs, RSourceLanguage::r);
+    const RTextEdit in = RIndenter::shiftLines(s, RTextRange{0, 10}, true, 2);
+    EXPECT_EQ(in.applied(s.text()), u"  a\n\n  \tb\n     c"_qs);
+    const RTextEdit out = RIndenter::shiftLines(s, RTextRange{0, 10}, false, 2);
+    EXPECT_EQ(out.applied(s.text()), u"a\n\nb\n c"_qs);
+}
+
+TEST(RIndenter, OperatorsAndReindent)
+{
+    auto op = [](const QString &text, qsizetype at) {
+        const RSourceSnapshot s(text, RSourceLanguage::r);
+        return RIndenter::insertOperator(u"<-"_qs, s, RTextRange{at, 0}).applied(text);
+    };
+    EXPECT_EQ(op(u"x"_qs, 1), u"x <- "_qs);
+    EXPECT_EQ(op(u"x y"_qs, 2), u"x <- y"_qs);
+    EXPECT_EQ(op(u"\"ab\""_qs, 2), u"\"a<-b\""_qs);
+    EXPECT_EQ(op(u"# ab"_qs, 3), u"# a<-b"_qs);
+
+    const QString messy = u"f <- function(x) {\nif (x) {\n        y\n      }\n\n   z\n}\n"_qs;
+    const std::optional<RTextEdit> re =
+        RIndenter::reindentLines(messy, RSourceLanguage::r, RTextRange{0, messy.size()}, 2);
+    ASSERT_TRUE(re.has_value());
+    EXPECT_EQ(re->applied(messy), u"f <- function(x) {\n  if (x) {\n    y\n  }\n\n  z\n}\n"_qs);
+    EXPECT_FALSE(
+        RIndenter::reindentLines(re->applied(messy), RSourceLanguage::r, RTextRange{0, 5}, 2).has_value());
+}

@@ -1,0 +1,186 @@
+// Workspace against a real R: runs, settings that reach R, quitting, the crash limit, batch runs.
+#include "App/BatchRunner.h"
+#include "App/Settings.h"
+#include "App/Workspace.h"
+#include "TestSupport.h"
+
+#include <QFile>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <csignal>
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct LiveWorkspace {
+    QTemporaryDir dir;
+    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
+    Workspace workspace{settings};
+
+    LiveWorkspace()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        workspace.persistsHistory = false;
+        workspace.kernelPath = TestSupport::kernelScript();
+        settings.setValue(Settings::rPath, TestSupport::rExecutable());
+    }
+    bool idle(std::chrono::milliseconds timeout = 30s)
+    {
+        return TestSupport::waitUntil(
+            [&] {
+                return workspace.session().status().kind == RSessionStatus::Kind::Idle &&
+                       workspace.session().queuedExecutions() == 0;
+            },
+            timeout);
+    }
+    ExecResult run(const QString &code)
+    {
+        std::optional<ExecResult> result;
+        workspace.run(code, ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { result = r; });
+        TestSupport::waitUntil([&] { return result.has_value(); }, 30s);
+        return result.value_or(ExecResult{});
+    }
+    qsizetype notes(const QString &ending)
+    {
+        qsizetype count = 0;
+        for (const ConsoleModel::Cell &cell : workspace.console().cells())
+            for (const ConsoleModel::Item &item : cell.items)
+                count += item.kind == ConsoleModel::Item::Kind::Note && item.text.endsWith(ending);
+        return count;
+    }
+    QString lastNote()
+    {
+        for (qsizetype i = workspace.console().cells().size() - 1; i >= 0; --i)
+            for (const ConsoleModel::Item &item : workspace.console().cells()[i].items)
+                if (item.kind == ConsoleModel::Item::Kind::Note)
+                    return item.text;
+        return {};
+    }
+};
+
+} // namespace
+
+TEST(WorkspaceLive, RunsCodeIntoCellsAndAppliesSettings)
+{
+    LiveWorkspace f;
+    f.workspace.startR(true);
+    ASSERT_TRUE(f.idle());
+    EXPECT_TRUE(f.lastNote().endsWith(QStringLiteral(" is ready."))) << f.lastNote().toStdString();
+
+    const ExecResult made = f.run(QStringLiteral("x <- 1:10; warning(\"careful\"); message(\"hi\")"));
+    EXPECT_TRUE(made.ok);
+    f.workspace.console().flush();
+    const ConsoleModel::Cell &cell = f.workspace.console().cells().last();
+    QList<ConsoleModel::Item::Kind> kinds;
+    for (const auto &item : cell.items)
+        kinds.append(item.kind);
+    EXPECT_TRUE(kinds.contains(ConsoleModel::Item::Kind::Warning));
+    EXPECT_TRUE(kinds.contains(ConsoleModel::Item::Kind::Message));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return !f.workspace.environment().isEmpty(); }));
+    EXPECT_EQ(f.workspace.environment().first().name, QStringLiteral("x"));
+
+    const ExecResult failed = f.run(QStringLiteral("stop(\"boom\")"));
+    EXPECT_FALSE(failed.ok);
+    EXPECT_EQ(f.workspace.console().cells().last().state, ConsoleModel::Cell::State::Failed);
+    ASSERT_TRUE(f.workspace.console().lastError().has_value());
+    EXPECT_EQ(f.workspace.console().lastError()->message, QStringLiteral("boom"));
+
+    // A changed setting reaches R at once.
+    f.settings.setValue(Settings::digits, 3);
+    ASSERT_TRUE(f.idle());
+    EXPECT_TRUE(f.run(QStringLiteral("getOption(\"digits\")")).output.contains(QStringLiteral("[1] 3")));
+    f.workspace.shutDown();
+}
+
+TEST(WorkspaceLive, QuitAndCrashesRestartUntilTheLimit)
+{
+    LiveWorkspace f;
+    f.workspace.startR(true);
+    ASSERT_TRUE(f.idle());
+
+    f.run(QStringLiteral("q()"));
+    ASSERT_TRUE(TestSupport::waitUntil(
+        [&] { return f.lastNote() == QStringLiteral("R session ended. Starting a new session…"); }));
+    ASSERT_TRUE(f.idle());
+
+    // Three kills within a minute bring R back three times... (the quit above counts as one).
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(f.workspace.session().info().has_value());
+        const qsizetype restarts = f.notes(QStringLiteral("Starting a new session…"));
+        ::kill(f.workspace.session().info()->pid, SIGKILL);
+        ASSERT_TRUE(TestSupport::waitUntil(
+            [&] { return f.notes(QStringLiteral("Starting a new session…")) == restarts + 1; }, 30s));
+        ASSERT_TRUE(f.idle());
+    }
+    // ...and the next one leaves it down.
+    ::kill(f.workspace.session().info()->pid, SIGKILL);
+    ASSERT_TRUE(TestSupport::waitUntil(
+        [&] { return f.lastNote().endsWith(QStringLiteral("Use Session › Restart R when you’re ready.")); }));
+    TestSupport::spin(500ms);
+    EXPECT_EQ(f.workspace.session().status().kind, RSessionStatus::Kind::Stopped);
+
+    f.workspace.restartR();
+    ASSERT_TRUE(f.idle()) << int(f.workspace.session().status().kind) << " "
+                          << f.workspace.session().status().reason.toStdString() << " "
+                          << f.workspace.console().transcript(5, 2000).toStdString();
+    f.workspace.shutDown();
+}
+
+TEST(WorkspaceLive, BatchPrintsTranscriptsAndReportsFailure)
+{
+    QStandardPaths::setTestModeEnabled(true);
+    QTemporaryDir dir;
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    settings.setValue(Settings::rPath, TestSupport::rExecutable());
+
+    const auto runBatch = [&](const QString &code, int *status) {
+        FILE *out = std::tmpfile();
+        FILE *err = std::tmpfile();
+        std::optional<int> finished;
+        {
+            BatchRunner runner(settings, code, out, err);
+            runner.workspace().kernelPath = TestSupport::kernelScript();
+            QObject::connect(&runner, &BatchRunner::finished, [&](int s) { finished = s; });
+            runner.start();
+            TestSupport::waitUntil([&] { return finished.has_value(); }, 30s);
+        }
+        *status = finished.value_or(-1);
+        std::rewind(out);
+        QFile file;
+        file.open(out, QIODevice::ReadOnly);
+        const QString text = QString::fromUtf8(file.readAll());
+        file.close();
+        std::fclose(out);
+        std::fclose(err);
+        return text;
+    };
+
+    int status = -1;
+    const QString failing =
+        runBatch(QStringLiteral("print(1:3)\nwarning(\"w\")\nstop(\"boom\")\nprint(\"never\")"), &status);
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(failing.startsWith(QStringLiteral("> print(1:3)\n+ warning(\"w\")")))
+        << failing.toStdString();
+    EXPECT_TRUE(failing.contains(QStringLiteral("[1] 1 2 3")));
+    EXPECT_TRUE(failing.contains(QStringLiteral("Warning: w")));
+    EXPECT_TRUE(failing.contains(QStringLiteral("Error: boom")));
+    EXPECT_FALSE(failing.contains(QStringLiteral("[1] \"never\"")));
+
+    const QString passing = runBatch(QStringLiteral("cat('ok\\n')"), &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(passing, QStringLiteral("> cat('ok\\n')\nok\n"));
+
+    QString error;
+    EXPECT_FALSE(BatchRunner::codeFromArguments({QStringLiteral("vesk"), QStringLiteral("--batch")}, &error));
+    EXPECT_FALSE(error.isEmpty());
+    EXPECT_EQ(BatchRunner::codeFromArguments({QStringLiteral("vesk"), QStringLiteral("--batch"),
+                                              QStringLiteral("-e"), QStringLiteral("1")},
+                                             &error),
+              QStringLiteral("1"));
+    EXPECT_FALSE(BatchRunner::codeFromArguments(
+        {QStringLiteral("vesk"), QStringLiteral("--batch"), dir.filePath(QStringLiteral("missing.R"))},
+        &error));
+}
