@@ -74,6 +74,27 @@ QList<REnvObject> objectsFrom(const JSONValue *list)
 
 } // namespace
 
+QString RSessionStatus::label() const
+{
+    switch (kind) {
+    case Kind::NotStarted:
+        return QStringLiteral("R is not running");
+    case Kind::Starting:
+        return QStringLiteral("Starting R…");
+    case Kind::Idle:
+        return QStringLiteral("Ready");
+    case Kind::Busy:
+        return QStringLiteral("Running");
+    case Kind::WaitingForInput:
+        return QStringLiteral("Waiting for input");
+    case Kind::Debugging:
+        return QStringLiteral("Debugging");
+    case Kind::Stopped:
+        return reason;
+    }
+    return {};
+}
+
 QString RSessionError::description() const
 {
     switch (kind) {

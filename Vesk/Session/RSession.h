@@ -36,6 +36,8 @@ struct RSessionStatus {
     static RSessionStatus waitingForInput() { return {Kind::WaitingForInput, 0, {}}; }
     static RSessionStatus debugging(int level) { return {Kind::Debugging, level, {}}; }
     static RSessionStatus stopped(QString reason) { return {Kind::Stopped, 0, std::move(reason)}; }
+    // The few words the window shows for this status.
+    QString label() const;
     bool operator==(const RSessionStatus &) const = default;
 };
 

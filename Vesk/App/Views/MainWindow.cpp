@@ -141,30 +141,7 @@ void MainWindow::updateStatus()
 {
     const RSession &session = m_workspace.session();
     const RSessionStatus &status = session.status();
-    QString text;
-    switch (status.kind) {
-    case RSessionStatus::Kind::NotStarted:
-        text = QStringLiteral("R is not running");
-        break;
-    case RSessionStatus::Kind::Starting:
-        text = QStringLiteral("Starting R…");
-        break;
-    case RSessionStatus::Kind::Idle:
-        text = QStringLiteral("Ready");
-        break;
-    case RSessionStatus::Kind::Busy:
-        text = QStringLiteral("Running");
-        break;
-    case RSessionStatus::Kind::WaitingForInput:
-        text = QStringLiteral("Waiting for input");
-        break;
-    case RSessionStatus::Kind::Debugging:
-        text = QStringLiteral("Debugging");
-        break;
-    case RSessionStatus::Kind::Stopped:
-        text = status.reason;
-        break;
-    }
+    QString text = status.label();
     if (session.info() && status.kind != RSessionStatus::Kind::Stopped &&
         status.kind != RSessionStatus::Kind::NotStarted)
         text = QStringLiteral("R %1 · pid %2 · %3")

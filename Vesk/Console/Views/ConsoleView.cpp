@@ -149,13 +149,9 @@ void ConsoleView::updateCapsule()
     QString text;
     switch (kind) {
     case RSessionStatus::Kind::Starting:
-        text = QStringLiteral("Starting R…");
-        break;
     case RSessionStatus::Kind::WaitingForInput:
-        text = QStringLiteral("Waiting for input");
-        break;
     case RSessionStatus::Kind::Debugging:
-        text = QStringLiteral("Debugging");
+        text = session.status().label();
         break;
     case RSessionStatus::Kind::Busy:
         if (session.executionStarted()) {
