@@ -121,6 +121,8 @@ int main(int argc, char **argv)
     execRoundTripMs(session, QStringLiteral("1+1"), 20); // warm-up: byte compilation of the kernel
     requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 20);
     print("session_exec_roundtrip_median", execRoundTripMs(session, QStringLiteral("1+1"), 200), "ms");
+    print("session_request_roundtrip_median",
+          requestRoundTripMs(session, QStringLiteral("setWidth"), {RArgument(80)}, 200), "ms");
     print("session_inspect_roundtrip_median",
           requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 200), "ms");
 

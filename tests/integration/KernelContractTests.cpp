@@ -386,6 +386,29 @@ TEST(KernelContract, EventsRequestsAndTheStream)
     ASSERT_TRUE(function.ok());
     EXPECT_FALSE(function.value().contains(u"head"));
 
+    // The str() and summary() texts of inspect are R's own, whichever way the kernel gets them.
+    k.run(QStringLiteral(
+        "iris2 <- iris[c(1, 51, 101), ]; airq <- airquality; chick <- as.data.frame(ChickWeight)\n"
+        "words <- c(\"a\", NA, \"quote \\\"in\\\" it\", \"line\\nbreak\", strrep(\"long \", 40), \"é\")\n"
+        "tiny <- c(1e-12, 3.14159, 2e11, NA, -0.5); flags <- c(TRUE, NA, FALSE, TRUE, TRUE, FALSE, TRUE)\n"
+        "mixed <- data.frame(n = 1:12, x = c(seq(0.001, 120, length.out = 11), NA), w = rep(words, 2),\n"
+        "                    f = rep(flags, length.out = 12), stringsAsFactors = FALSE)"));
+    for (const char *name :
+         {"mtcars", "iris2", "airq", "chick", "words", "tiny", "flags", "mixed", "letters"}) {
+        const RRequestResult result = k.request(QStringLiteral("inspect"), {RArgument(name)});
+        ASSERT_TRUE(result.ok()) << name;
+        // The console ends output with a line break.
+        const QString expected =
+            k.run(QStringLiteral("cat(capture.output(str(%1)), sep = \"\\n\")").arg(QLatin1String(name)))
+                .output.chopped(1);
+        EXPECT_EQ(text(result.value()[u"str"].stringValue().value_or(QString())), text(expected)) << name;
+        const QString summary = k.run(QStringLiteral("cat(capture.output(print(summary(%1))), sep = \"\\n\")")
+                                          .arg(QLatin1String(name)))
+                                    .output.chopped(1);
+        EXPECT_EQ(text(result.value()[u"summaryText"].stringValue().value_or(QString())), text(summary))
+            << name;
+    }
+
     // A request that fails in R answers with the condition's message; one the kernel cannot
     // answer at all fails at the next prompt.
     const RRequestResult missing = k.request(QStringLiteral("inspect"), {RArgument("no_such_object")});
