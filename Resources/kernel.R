@@ -10,6 +10,10 @@
 # Sections: JSON, frames, prompts, running code, conditions and tracebacks, the state event, console
 # input, the functions Vesk takes over (q, View, file.edit, browser, viewer), named requests, plots.
 local({
+  # Most of what runs while the kernel sets itself up runs once: compiling it first would cost more
+  # than interpreting it. What runs again later is compiled then.
+  jit <- compiler::enableJIT(0L)
+  on.exit(compiler::enableJIT(jit))
   if ("tools:vesk" %in% search()) {
     old <- get(".vesk", envir = as.environment("tools:vesk"))
     detach("tools:vesk")

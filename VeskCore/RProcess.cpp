@@ -14,6 +14,7 @@
 #include <thread>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -93,9 +94,27 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
     bool exited = false;
     std::chrono::steady_clock::time_point drainUntil;
 
+    // R flushes every piece it prints. Woken for each one, this thread would cost R a context
+    // switch per write and the main thread an event per read; during a flood it lets the pipes
+    // fill for a moment instead, so that R writes as if into a file. A larger pipe keeps R from
+    // blocking meanwhile (best effort: the system may refuse the size).
+    for (const int fd : {outFd, errFd})
+        ::fcntl(fd, F_SETPIPE_SZ, 1 << 20);
+    constexpr auto floodPause = std::chrono::milliseconds(2);
+    constexpr auto burstGap = std::chrono::microseconds(500);
+    constexpr int burstReads = 16;
+    bool flooding = false;
+    int quickReads = 0;
+    auto lastRead = std::chrono::steady_clock::time_point();
+
     auto readInto = [&](int &fd, bool isStdout) {
         const ssize_t n = ::read(fd, chunk.data(), chunk.size());
         if (n > 0) {
+            const auto now = std::chrono::steady_clock::now();
+            quickReads = now - lastRead < burstGap ? quickReads + 1 : 0;
+            lastRead = now;
+            if (quickReads >= burstReads)
+                flooding = true;
             const QByteArrayView bytes(chunk.constData(), n);
             if (isStdout)
                 shared->deliver(asStdout(parser.feed(bytes)));
@@ -133,6 +152,14 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
                       1;
         else if (exitFd < 0)
             timeout = 50; // no exit descriptor: look for the exit now and then
+        if (flooding && !exited) {
+            std::this_thread::sleep_for(floodPause);
+            // Nothing came during the pause: the flood is over, and the next wake is immediate again.
+            if (::poll(fds, nfds_t(count), 0) == 0) {
+                flooding = false;
+                quickReads = 0;
+            }
+        }
         const int ready = ::poll(fds, nfds_t(count), timeout);
         if (ready < 0 && errno != EINTR)
             break;
