@@ -4,11 +4,11 @@
 #include "RLineIndex.h"
 #include "RSourceModel.h"
 #include "RTokenizer.h"
+#include "TestSupport.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -24,15 +24,6 @@ double secondsSince(Clock::time_point start)
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-QString rExecutable()
-{
-    const QString preferred = qEnvironmentVariable("VESK_TEST_R");
-    if (!preferred.isEmpty())
-        return preferred;
-    return QFileInfo::exists(QStringLiteral("/usr/bin/R")) ? QStringLiteral("/usr/bin/R")
-                                                           : QStringLiteral("R");
-}
-
 void tokenizerThroughput()
 {
     QTemporaryDir dir;
@@ -41,9 +32,10 @@ void tokenizerThroughput()
     env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
     env.remove(QStringLiteral("DISPLAY"));
     r.setProcessEnvironment(env);
-    r.start(rExecutable(), {QStringLiteral("--vanilla"), QStringLiteral("--no-echo"), QStringLiteral("-f"),
-                            QStringLiteral(VESK_SOURCE_DIR "/tests/integration/RParseCorpus.R"),
-                            QStringLiteral("--args"), dir.path(), QStringLiteral("1"), QStringLiteral("0")});
+    r.start(TestSupport::rExecutable(),
+            {QStringLiteral("--vanilla"), QStringLiteral("--no-echo"), QStringLiteral("-f"),
+             QStringLiteral(VESK_SOURCE_DIR "/tests/integration/RParseCorpus.R"), QStringLiteral("--args"),
+             dir.path(), QStringLiteral("1"), QStringLiteral("0")});
     QFile corpusFile(dir.filePath(QStringLiteral("corpus.R")));
     if (!r.waitForFinished(300000) || r.exitCode() != 0 || !corpusFile.open(QIODevice::ReadOnly)) {
         std::printf("rtokenize_corpus: 0 MB (R did not write the corpus)\n");

@@ -1,12 +1,11 @@
 // Round trips through RSession and the kernel against a real R, and the kernel's cost of the
 // "state" event: with many small objects, and with one large data frame (which must not matter).
 #include "Session/RSession.h"
+#include "TestSupport.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
-#include <QFileInfo>
 #include <QTimer>
 
 #include <algorithm>
@@ -15,25 +14,10 @@
 
 namespace {
 
-QString rExecutable()
-{
-    const QString preferred = qEnvironmentVariable("VESK_TEST_R");
-    if (!preferred.isEmpty())
-        return preferred;
-    for (const char *candidate : {"/usr/bin/R", "/usr/local/bin/R"})
-        if (QFileInfo(QString::fromLatin1(candidate)).isExecutable())
-            return QString::fromLatin1(candidate);
-    return QStringLiteral("R");
-}
-
 // Runs the event loop until `done` is set or the time runs out.
 bool waitFor(const bool &done, int timeoutMs = 60000)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    return done;
+    return TestSupport::waitUntil([&] { return done; }, std::chrono::milliseconds(timeoutMs));
 }
 
 double median(std::vector<double> values)
@@ -107,7 +91,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     RSession session;
-    session.start(rExecutable(), QDir::tempPath(), QStringLiteral(VESK_SOURCE_DIR "/Resources/kernel.R"));
+    session.start(TestSupport::rExecutable(), QDir::tempPath(), TestSupport::kernelScript());
     bool ready = false;
     QObject::connect(&session, &RSession::statusChanged, [&] {
         if (session.status().kind == RSessionStatus::Kind::Idle)
