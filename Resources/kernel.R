@@ -188,11 +188,40 @@ local({
     # `exec` and `execFile` are what the client sends; both return invisibly and send "done" exactly
     # once, whatever happens to the run (error, interrupt, a browser quit with Q).
 
-    exec <- function(id, code, file = NULL, line = 1L) {
-      run(id, paste(code, collapse = "\n"), file, line)
+    # R compiles the kernel's functions as they are first called: about 0.1 s over a session's first
+    # runs, well spent in a session that lasts, not in a batch run of one script. There the client
+    # asks (VESK_KERNEL_COMPILE=0) for the kernel's own code to run uncompiled: entry points stay
+    # small and switch the JIT off before they call anything larger, and the user's code runs with
+    # the user's JIT level (`userJIT`), as at the console.
+    compileKernel <- !identical(Sys.getenv("VESK_KERNEL_COMPILE"), "0")
+    Sys.unsetenv("VESK_KERNEL_COMPILE")
+    userJIT <- 3L
+    uncompiled <- function(expr) {
+      if (compileKernel) return(expr)
+      level <- compiler::enableJIT(0L)
+      saved <- userJIT
+      userJIT <<- level
+      on.exit({
+        level <- userJIT
+        userJIT <<- saved
+        compiler::enableJIT(level)
+      })
+      expr
+    }
+    userSide <- function(expr) {
+      if (compileKernel) return(expr)
+      compiler::enableJIT(userJIT)
+      on.exit(userJIT <<- compiler::enableJIT(0L))
+      expr
     }
 
-    execFile <- function(id, path, file = NULL, line = 1L) {
+    exec <- function(id, code, file = NULL, line = 1L) {
+      uncompiled(run(id, paste(code, collapse = "\n"), file, line))
+    }
+
+    execFile <- function(id, path, file = NULL, line = 1L) uncompiled(runFile(id, path, file, line))
+
+    runFile <- function(id, path, file, line) {
       code <- tryCatch(readLines(path, encoding = "UTF-8", warn = FALSE), error = function(e) e)
       # The client leaves its temporary copies of long code to us.
       if (grepl("^vesk-.*\\.R$", basename(path))) unlink(path)
@@ -289,11 +318,11 @@ local({
       failed <- FALSE
       status$condition <- NULL
       tryCatch(withCallingHandlers({
-        value <- withVisible(evalTop(expr, globalenv()))
+        value <- userSide(withVisible(evalTop(expr, globalenv())))
         noteLineage(expr[[1L]])
         setLastValue(value$value)
         lastValue <<- value
-        if (value$visible) printTop(value$value)
+        if (value$visible) userSide(printTop(value$value))
       }, message = onMessage, warning = onWarning, error = function(cond) {
         status$condition <- cond
         calls <- sys.calls()
@@ -1092,7 +1121,10 @@ local({
 
     request <- function(name, handler) {
       force(handler)
-      respond <- function(id, ...) answer(id, handler, list(...), parent.frame())
+      respond <- function(id, ...) {
+        frame <- parent.frame()
+        uncompiled(answer(id, handler, list(...), frame))
+      }
       environment(respond) <- list2env(list(handler = handler), parent = vesk)
       assign(name, respond, envir = vesk)
     }
@@ -1854,6 +1886,10 @@ local({
     topLevelCallback <- function(expr, value, ok, visible) {
       # Lines evaluated in the browser run above the paused frames: the run's end reports those.
       if (sys.nframe() > 1L) return(TRUE)
+      uncompiled(afterTopLevel(expr))
+    }
+
+    afterTopLevel <- function(expr) {
       tryCatch(suspendInterrupts({
         installPrompts()
         if (!is.null(lastValue)) {

@@ -10,6 +10,9 @@ BatchRunner::BatchRunner(Settings &settings, QString code, FILE *output, FILE *e
       m_output(output), m_errors(errors)
 {
     m_workspace->persistsHistory = false;
+    // One script and gone: compiling the kernel's functions would cost more than it saves.
+    m_workspace->session().extraEnvironment.insert(QStringLiteral("VESK_KERNEL_COMPILE"),
+                                                   QStringLiteral("0"));
     connect(m_workspace.get(), &Workspace::sessionReady, this, &BatchRunner::runCode);
     connect(m_workspace.get(), &Workspace::statusChanged, this, [this] {
         // R ended before it ran the code: nothing more will come.

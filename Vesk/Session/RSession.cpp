@@ -412,7 +412,8 @@ void RSession::start(const QString &executable, const QString &workingDirectory,
     QString error;
     // Progress bars of the cli package redraw one line with carriage returns, which the console
     // applies in place; on a pipe cli would print every step on a line of its own.
-    const QMap<QString, QString> environment = {{QStringLiteral("R_CLI_DYNAMIC"), QStringLiteral("true")}};
+    QMap<QString, QString> environment = extraEnvironment;
+    environment.insert(QStringLiteral("R_CLI_DYNAMIC"), QStringLiteral("true"));
     if (!m_process->start(environment, loadInitFile, &error)) {
         m_process.reset();
         setStatus(RSessionStatus::stopped(QStringLiteral("Could not start R: ") + error));

@@ -10,6 +10,7 @@
 #include "RStreamParser.h"
 
 #include <QDateTime>
+#include <QMap>
 #include <QObject>
 #include <QPointer>
 #include <QTimer>
@@ -129,6 +130,9 @@ public:
 
     explicit RSession(QObject *parent = nullptr);
     ~RSession() override;
+
+    // Variables R is started with, besides those of Vesk's own environment.
+    QMap<QString, QString> extraEnvironment;
 
     void start(const QString &executable, const QString &workingDirectory, const QString &kernel,
                bool loadInitFile = true);
