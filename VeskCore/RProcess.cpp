@@ -104,12 +104,14 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
     constexpr auto burstGap = std::chrono::microseconds(500);
     constexpr int burstReads = 16;
     bool flooding = false;
+    bool chunkFilled = false; // more is waiting: read on without a pause
     int quickReads = 0;
     auto lastRead = std::chrono::steady_clock::time_point();
 
     auto readInto = [&](int &fd, bool isStdout) {
         const ssize_t n = ::read(fd, chunk.data(), chunk.size());
         if (n > 0) {
+            chunkFilled = n == chunk.size();
             const auto now = std::chrono::steady_clock::now();
             quickReads = now - lastRead < burstGap ? quickReads + 1 : 0;
             lastRead = now;
@@ -152,7 +154,7 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
                       1;
         else if (exitFd < 0)
             timeout = 50; // no exit descriptor: look for the exit now and then
-        if (flooding && !exited) {
+        if (flooding && !exited && !chunkFilled) {
             std::this_thread::sleep_for(floodPause);
             // Nothing came during the pause: the flood is over, and the next wake is immediate again.
             if (::poll(fds, nfds_t(count), 0) == 0) {
