@@ -15,7 +15,9 @@ QString sourcePath(const QString &relative)
 
 QString kernelScript()
 {
-    return sourcePath(QStringLiteral("Resources/kernel.R"));
+    // Another kernel (an older one, to compare benchmark figures) through VESK_TEST_KERNEL.
+    const QString chosen = qEnvironmentVariable("VESK_TEST_KERNEL");
+    return chosen.isEmpty() ? sourcePath(QStringLiteral("Resources/kernel.R")) : chosen;
 }
 
 QString rExecutable()

@@ -9,7 +9,7 @@
 namespace TestSupport {
 
 QString sourcePath(const QString &relative);
-// The kernel script of the source tree.
+// The kernel script of the source tree (or VESK_TEST_KERNEL).
 QString kernelScript();
 // The R executable the tests run against (VESK_TEST_R or the usual locations).
 QString rExecutable();
