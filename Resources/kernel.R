@@ -1228,7 +1228,9 @@ local({
     }
 
     openPlotDevice <- function(...) {
-      grDevices::pdf(NULL, width = plotSize$width / 72, height = plotSize$height / 72)
+      # A white page, as on a screen device: a record made on the pdf device's transparent page
+      # replays antialiased drawing onto cairo at half the speed.
+      grDevices::pdf(NULL, width = plotSize$width / 72, height = plotSize$height / 72, bg = "white")
       grDevices::dev.control("enable")
       plotDevice <<- grDevices::dev.cur()
       applyPlotTheme()
@@ -1243,7 +1245,9 @@ local({
       accent <- plotTheme$accent %||% "#1F77B4"
       # fg also sets col: the accent goes second.
       try({
-        graphics::par(las = 1L, bty = "n", pch = 19L, fg = "#6B6B6B", col.axis = "#4D4D4D",
+        # pch 16 rather than 19: the same filled dot without the outline, which cairo strokes at
+        # twice the cost of the fill (a dense scatter draws in half the time).
+        graphics::par(las = 1L, bty = "n", pch = 16L, fg = "#6B6B6B", col.axis = "#4D4D4D",
                       col.lab = "#333333", col.main = "#1A1A1A", font.main = 1L, tcl = -0.3,
                       mgp = c(2.4, 0.6, 0))
         graphics::par(col = accent)
@@ -1453,13 +1457,23 @@ local({
       x
     }
 
-    # Finite numbers only (the callers drop the others); as.character's 15 significant digits are
-    # exact enough for a tooltip and far cheaper than sprintf over thousands of points.
+    # Finite numbers only (the callers drop the others); 15 significant digits are exact enough for
+    # a tooltip. sprintf is about twice as fast as as.character here over thousands of points.
     numericArray <- function(x) {
       x <- as.numeric(x)
-      text <- as.character(x)
+      text <- sprintf("%.15g", x)
       text[!is.finite(x)] <- "null"
       jsonText(paste0("[", paste(text, collapse = ","), "]"))
+    }
+
+    # The points' JSON; index and series are left out when they are the defaults (position + 1,
+    # series 1), which halves the text of a large scatter.
+    pointsInfo <- function(x, y, index, series, truncated) {
+      out <- list(x = numericArray(x), y = numericArray(y))
+      if (!identical(as.integer(index), seq_along(index))) out$index <- numericArray(index)
+      if (any(series != 1L)) out$series <- numericArray(series)
+      out$truncated <- truncated
+      out
     }
 
     panelInfo <- function(usr, xlim, ylim, xlog, ylog, region) {
@@ -1564,8 +1578,7 @@ local({
         index <- c(index, ok); ser <- c(ser, rep.int(series, length(ok)))
       }
       if (length(xs) || truncated) {
-        out$points <- list(x = numericArray(xs), y = numericArray(ys), index = I(index), series = I(ser),
-                           truncated = truncated)
+        out$points <- pointsInfo(xs, ys, index, ser, truncated)
       }
       out$zoomable <- TRUE
       out
@@ -1650,8 +1663,7 @@ local({
         t0 <- x0; t1 <- x1; x0 <- y0; x1 <- y1; y0 <- t0; y1 <- t1
       }
       if (length(xsAll) || truncated) {
-        out$points <- list(x = numericArray(xsAll), y = numericArray(ysAll), index = I(index),
-                           series = I(ser), truncated = truncated)
+        out$points <- pointsInfo(xsAll, ysAll, index, ser, truncated)
       }
       if (length(x0)) {
         labels <- rep(NA_character_, length(x0))

@@ -39,6 +39,6 @@ int main(int argc, char **argv)
     QCoreApplication::setOrganizationName(QStringLiteral("Vesk"));
     QCoreApplication::setApplicationName(QStringLiteral("Vesk"));
     AppShell shell(Settings::shared());
-    shell.openWindow(arguments.size() > 1 ? std::optional<QString>(arguments.last()) : std::nullopt);
+    shell.openAtLaunch(arguments.mid(1));
     return app.exec();
 }

@@ -10,7 +10,8 @@ packages=(
   r-cran-ggplot2 poppler-utils
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format
-  xvfb xauth
+  xvfb xauth xdotool
+  pandoc r-cran-rmarkdown
 )
 
 missing=()

@@ -1,6 +1,7 @@
 #include "Workspace.h"
 
 #include "AppPaths.h"
+#include "Documents/DocumentStore.h"
 #include "RLiteral.h"
 #include "RecentProjects.h"
 #include "Settings.h"
@@ -58,10 +59,12 @@ Workspace::Workspace(Settings &settings, QObject *parent)
     connect(&m_historySaveTimer, &QTimer::timeout, this, &Workspace::saveHistory);
     m_plotResizeTimer.setSingleShot(true);
     m_plotResizeTimer.setInterval(300);
-    connect(&m_plotResizeTimer, &QTimer::timeout, this, &Workspace::refreshPlotSize);
+    connect(&m_plotResizeTimer, &QTimer::timeout, this, &Workspace::plotResizeSettled);
     m_consoleWidthTimer.setSingleShot(true);
     m_consoleWidthTimer.setInterval(250);
     connect(&m_consoleWidthTimer, &QTimer::timeout, this, &Workspace::refreshConsoleWidth);
+    setUpPlots();
+    setUpDocuments();
 }
 
 Workspace::~Workspace()
@@ -84,8 +87,10 @@ bool Workspace::sessionIsLive() const
 
 void Workspace::settingChanged(const QString &key)
 {
-    if (sessionIsLive() && m_sessionReadyAt)
+    if (sessionIsLive() && m_sessionReadyAt) {
+        refreshPlotTheme();
         refreshROptions(false);
+    }
 }
 
 void Workspace::setStartupProblem(const std::optional<QString> &problem)
@@ -129,12 +134,15 @@ void Workspace::resetSessionState()
     m_attachedPackages.clear();
     ++m_stateRevision;
     m_lastRun.reset();
+    m_plots.reset();
+    m_appliedPlotTheme.clear();
     emit environmentChanged();
     emit lastRunChanged();
 }
 
 void Workspace::shutDown()
 {
+    endDocumentSession();
     saveHistory();
     m_session.shutDown();
 }
@@ -157,6 +165,8 @@ void Workspace::handle(const SessionEvent &event)
         // R is busy until the prompt that ends the start-up, so these queue and go first.
         refreshPlotSize();
         refreshConsoleWidth();
+        m_appliedPlotTheme.clear();
+        refreshPlotTheme();
         refreshROptions(true);
         emit sessionReady();
         break;
@@ -184,7 +194,7 @@ void Workspace::handle(const SessionEvent &event)
         m_console.append(Item::errorItem(event.error));
         break;
     case Kind::Plot:
-        m_console.append(Item::plot(event.page));
+        handlePlotEvent(event);
         break;
     case Kind::State:
         applyState(event.state);
@@ -215,8 +225,13 @@ void Workspace::handle(const SessionEvent &event)
         break;
     case Kind::View:
     case Kind::OpenFile:
+        handleDocumentEvent(event);
+        break;
     case Kind::Browse:
     case Kind::Viewer:
+        if (openExternally && event.url.isValid())
+            openExternally(event.url);
+        break;
     case Kind::Debug:
     case Kind::DebugLocation:
     case Kind::Interrupted:
@@ -237,6 +252,8 @@ void Workspace::applyState(const RSessionState &state)
         m_workingDirectory = state.wd;
     m_attachedPackages = state.attached;
     emit environmentChanged();
+    // R may have written a file that a tab shows.
+    m_documents->refreshDataViews();
     if (directoryChanged)
         emit workingDirectoryChanged();
 }
@@ -400,6 +417,7 @@ void Workspace::openProject(const QString &path)
         emit projectChanged();
         emit workingDirectoryChanged();
         loadHistory();
+        beginDocumentSession();
         resetSessionState();
         startR(true);
         return;
@@ -437,6 +455,7 @@ void Workspace::switchProject(const QString &path)
     emit workingDirectoryChanged();
     RecentProjects::add(m_settings, clean);
     loadHistory();
+    beginDocumentSession();
     if (m_settings.boolValue(Settings::clearConsoleOnRestart))
         m_console.clear();
     m_console.note(QStringLiteral("Restarting R in “%1”…").arg(QFileInfo(clean).fileName()));
@@ -501,10 +520,7 @@ void Workspace::refreshPlotSize()
     // Nothing to tell R before the plot area has a size.
     if (m_lastPlotSize.isEmpty())
         return;
-    const QScreen *screen = qobject_cast<QGuiApplication *>(QCoreApplication::instance())
-                                ? QGuiApplication::primaryScreen()
-                                : nullptr;
-    const double scale = screen ? screen->devicePixelRatio() : 2.0;
+    const double scale = plotScale();
     m_session.request(QStringLiteral("setPlotSize"),
                       {RArgument(double(m_lastPlotSize.width())), RArgument(double(m_lastPlotSize.height())),
                        RArgument(scale)},

@@ -4,8 +4,10 @@
 
 #include "Console/ConsoleModel.h"
 #include "Console/HistoryStore.h"
+#include "Plots/PlotStore.h"
 #include "Session/RSession.h"
 
+#include <QColor>
 #include <QDateTime>
 #include <QObject>
 #include <QSize>
@@ -14,6 +16,10 @@
 #include <functional>
 #include <optional>
 
+class CodeEditorController;
+enum class EditorCommand : std::uint8_t;
+class DocumentStore;
+class FileTreeModel;
 class Settings;
 
 class Workspace : public QObject {
@@ -46,11 +52,16 @@ public:
     RSession &session() { return m_session; }
     const RSession &session() const { return m_session; }
     ConsoleModel &console() { return m_console; }
+    DocumentStore &documents() { return *m_documents; }
+    FileTreeModel &files() { return *m_files; }
+    PlotStore &plots() { return m_plots; }
     Settings &settings() { return m_settings; }
 
     // How alerts and folder choices reach the user; without them alerts are not shown.
     std::function<void(const Alert &)> presentAlert;
     std::function<std::optional<QString>(const QString &prompt)> chooseFolder;
+    // Pages R asks to show (browseURL, the viewer option) while Vesk has no viewer of its own.
+    std::function<void(const QUrl &)> openExternally;
     // The clock of the crash limit; replaceable so that a minute can pass in a test.
     std::function<QDateTime()> now = [] { return QDateTime::currentDateTime(); };
     // The kernel script; found beside the executable unless set.
@@ -70,6 +81,15 @@ public:
              int line = 1, RSession::ExecCompletion completion = {});
     void submitConsole();
 
+    // Editor run commands (WorkspaceEditor.cpp): they turn an editor's position into code for R.
+    void perform(EditorCommand command, CodeEditorController &editor);
+    void runLineOrSelection(CodeEditorController &editor);
+    void runSection(CodeEditorController &editor);
+    void runToCursor(CodeEditorController &editor);
+    void runAll(CodeEditorController &editor);
+    void source(CodeEditorController &editor);
+    void knit(CodeEditorController &editor);
+
     void openProject(const QString &path);
     void confirmProjectSwitch(const QString &path);
     void switchProject(const QString &path);
@@ -80,9 +100,39 @@ public:
     void refreshPlotSize();
     void refreshConsoleWidth();
     void plotAreaResized(QSize size);
+
+    // Plots (bodies in WorkspacePlots.cpp).
+    enum class InspectorTab { Plots, Help, Viewer };
+    using PlotExportCompletion = std::function<void(bool ok)>;
+    void renderPlot(int page);
+    void zoomPlot(int page, std::optional<PlotZoom> zoom);
+    void removePlot(int page);
+    void clearPlots();
+    // Selects a page still in the store and brings the Plots tab forward: a click on a console thumbnail.
+    void showPlot(int page);
+    void exportPlot(int page, const QString &path, const QString &format, QSizeF points, int dpi,
+                    PlotExportCompletion completion = {});
+    // The kernel's export of a page at its zoom, alone: no setting stored and no alert.
+    void requestPlotExport(int page, const QString &path, const QString &format, QSizeF points, double scale,
+                           std::function<void(const RRequestResult &)> answer);
+    void refreshPlotTheme();
+    const QStringList &appliedPlotTheme() const { return m_appliedPlotTheme; }
+    // The backing scale of rendered plots: the main screen's, or 2 without one.
+    double plotScale() const;
+    // The window's accent colour for the plot theme; without it, the application palette's highlight.
+    std::function<QColor()> plotAccent;
+    // None while the inspector area shows a pane of its own (the workspace list).
+    std::optional<InspectorTab> inspectorTab() const { return m_inspectorTab; }
+    void setInspectorTab(std::optional<InspectorTab> tab);
     void consoleResized(double width, double fontSize);
 
     bool isBusy() const;
+
+    // Documents and project files (bodies in WorkspaceDocuments.cpp). The open tabs of the project
+    // come back from its stored session.
+    void beginDocumentSession();
+    // Reads a data file into R through the console and opens a view of it.
+    void importData(const QString &path);
 
     void loadHistory();
     void saveHistory();
@@ -120,6 +170,7 @@ signals:
     void statusChanged();
     // R is ready and the requests that bring it in line with the settings are queued.
     void sessionReady();
+    void inspectorTabChanged();
 
 private:
     void sessionEnded(const QString &reason, bool byQuitting);
@@ -128,11 +179,18 @@ private:
     void setStartupProblem(const std::optional<QString> &problem);
     void addHistory(const QString &code, const std::optional<QString> &origin);
     void settingChanged(const QString &key);
+    void setUpDocuments();
+    void handleDocumentEvent(const SessionEvent &event);
+    void endDocumentSession();
     bool sessionIsLive() const;
+    void setUpPlots();
+    void handlePlotEvent(const SessionEvent &event);
+    void plotResizeSettled();
 
     Settings &m_settings;
     RSession m_session;
     ConsoleModel m_console;
+    PlotStore m_plots;
 
     QList<REnvObject> m_environment;
     bool m_environmentIsCurrent = false;
@@ -156,7 +214,11 @@ private:
     std::optional<qsizetype> m_historyCursor;
     QString m_historyDraft;
     QTimer m_plotResizeTimer;
+    QStringList m_appliedPlotTheme;
+    std::optional<InspectorTab> m_inspectorTab;
     QTimer m_consoleWidthTimer;
     int m_consoleColumns = 100;
     bool m_sessionUsed = false;
+    DocumentStore *m_documents = nullptr; // children: they go with the workspace
+    FileTreeModel *m_files = nullptr;
 };

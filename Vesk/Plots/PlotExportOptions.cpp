@@ -1,22 +1,19 @@
 #include "PlotExportOptions.h"
 
+#include "App/Settings.h"
+
 #include <QLocale>
 
 #include <algorithm>
 #include <cmath>
 
-PlotExportOptions::PlotExportOptions(QSizeF points, int dpiSetting, QObject *parent)
-    : QObject(parent), dpi(validDPI(dpiSetting))
+PlotExportOptions::PlotExportOptions(QSizeF points, const Settings &settings, QObject *parent)
+    : QObject(parent), dpi(settings.plotExportDPIValue())
 {
     QLocale locale;
     locale.setNumberOptions(QLocale::OmitGroupSeparator);
     width = locale.toString(points.width() / 72, 'g', 6);
     height = locale.toString(points.height() / 72, 'g', 6);
-}
-
-int PlotExportOptions::validDPI(int setting)
-{
-    return (setting == 72 || setting == 300 || setting == 600) ? setting : 144;
 }
 
 double PlotExportOptions::pointsFromInches(const QString &text)

@@ -6,11 +6,13 @@
 #include <QSizeF>
 #include <QString>
 
+class Settings;
+
 class PlotExportOptions : public QObject {
     Q_OBJECT
 public:
     // Fills the fields from a size in points and the stored resolution setting.
-    PlotExportOptions(QSizeF points, int dpiSetting, QObject *parent = nullptr);
+    PlotExportOptions(QSizeF points, const Settings &settings, QObject *parent = nullptr);
 
     QString width;
     QString height;
@@ -23,6 +25,4 @@ public:
 
     // One typed side in points: locale first, then a plain decimal; unusable gives 7 inches.
     static double pointsFromInches(const QString &text);
-    // Any setting but 72, 300 and 600 is 144.
-    static int validDPI(int setting);
 };

@@ -1,3 +1,4 @@
+#include "App/Settings.h"
 #include "Plots/PlotExportOptions.h"
 #include "Plots/PlotStore.h"
 
@@ -137,10 +138,14 @@ TEST(PlotExportOptions, SidesAndResolution)
     EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral("0.5")), 72);
     EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral("100")), 3600);
 
-    PlotExportOptions options(QSizeF(504, 360), 150);
+    QTemporaryDir dir;
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    settings.setValue(Settings::plotExportDPI, 150);
+    PlotExportOptions options(QSizeF(504, 360), settings);
     EXPECT_EQ(options.dpi, 144);
     EXPECT_EQ(options.width, QStringLiteral("7"));
     EXPECT_EQ(options.points(), QSizeF(504, 360));
-    EXPECT_EQ(PlotExportOptions(QSizeF(72, 72), 300).scale(), 300.0 / 72);
+    settings.setValue(Settings::plotExportDPI, 300);
+    EXPECT_EQ(PlotExportOptions(QSizeF(72, 72), settings).scale(), 300.0 / 72);
     QLocale::setDefault(saved);
 }

@@ -1,5 +1,6 @@
 // The kernel's plot device against a real R: pages and their events, the geometry it reports for base
 // graphics and ggplot2, re-renders at another size and zoom, removal, and exports to PNG, PDF and SVG.
+#include "App/Settings.h"
 #include "PlotGeometry.h"
 #include "Plots/PlotExportOptions.h"
 #include "Plots/PlotStore.h"
@@ -285,7 +286,9 @@ TEST(PlotKernel, Exports)
     EXPECT_NEAR(png.dotsPerMeterX() * 0.0254, 300, 1);
 
     // The stored setting 150 isn't offered: the export is at 144.
-    const PlotExportOptions options(QSizeF(504, 360), 150);
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    settings.setValue(Settings::plotExportDPI, 150);
+    const PlotExportOptions options(QSizeF(504, 360), settings);
     EXPECT_EQ(QImage(exportAs(QStringLiteral("plot144.png"), QStringLiteral("png"), options.scale())).size(),
               QSize(1008, 720));
 

@@ -2,6 +2,7 @@
 #include "App/BatchRunner.h"
 #include "App/Settings.h"
 #include "App/Workspace.h"
+#include "LiveWorkspace.h"
 #include "TestSupport.h"
 
 #include <QFile>
@@ -12,56 +13,6 @@
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
-
-namespace {
-
-struct LiveWorkspace {
-    QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
-    Workspace workspace{settings};
-
-    LiveWorkspace()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        workspace.persistsHistory = false;
-        workspace.kernelPath = TestSupport::kernelScript();
-        settings.setValue(Settings::rPath, TestSupport::rExecutable());
-    }
-    bool idle(std::chrono::milliseconds timeout = 30s)
-    {
-        return TestSupport::waitUntil(
-            [&] {
-                return workspace.session().status().kind == RSessionStatus::Kind::Idle &&
-                       workspace.session().queuedExecutions() == 0;
-            },
-            timeout);
-    }
-    ExecResult run(const QString &code)
-    {
-        std::optional<ExecResult> result;
-        workspace.run(code, ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); }, 30s);
-        return result.value_or(ExecResult{});
-    }
-    qsizetype notes(const QString &ending)
-    {
-        qsizetype count = 0;
-        for (const ConsoleModel::Cell &cell : workspace.console().cells())
-            for (const ConsoleModel::Item &item : cell.items)
-                count += item.kind == ConsoleModel::Item::Kind::Note && item.text.endsWith(ending);
-        return count;
-    }
-    QString lastNote()
-    {
-        for (qsizetype i = workspace.console().cells().size() - 1; i >= 0; --i)
-            for (const ConsoleModel::Item &item : workspace.console().cells()[i].items)
-                if (item.kind == ConsoleModel::Item::Kind::Note)
-                    return item.text;
-        return {};
-    }
-};
-
-} // namespace
 
 TEST(WorkspaceLive, RunsCodeIntoCellsAndAppliesSettings)
 {

@@ -1,9 +1,11 @@
 #include "AppShell.h"
 
+#include "App/RecentProjects.h"
 #include "App/Settings.h"
 #include "App/Workspace.h"
 #include "Appearance.h"
 #include "Console/Views/ConsoleView.h"
+#include "Documents/DocumentStore.h"
 #include "MainWindow.h"
 #include "SettingsWindow.h"
 
@@ -45,8 +47,31 @@ MainWindow *AppShell::openWindow(const std::optional<QString> &projectPath)
         workspace.openProject(QFileInfo(*projectPath).absoluteFilePath());
     } else {
         workspace.loadHistory();
+        workspace.beginDocumentSession();
         workspace.startR(true);
     }
+    return window;
+}
+
+MainWindow *AppShell::openAtLaunch(const QStringList &paths)
+{
+    std::optional<QString> project;
+    QStringList files;
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        if (info.isDir() && !project)
+            project = info.absoluteFilePath();
+        else if (info.isFile())
+            files.append(info.absoluteFilePath());
+    }
+    if (!project && paths.isEmpty() && m_settings.boolValue(Settings::restoreProject)) {
+        const QStringList recent = RecentProjects::all(m_settings);
+        if (!recent.isEmpty() && QFileInfo(recent.first()).isDir())
+            project = recent.first();
+    }
+    MainWindow *window = openWindow(project);
+    for (const QString &file : files)
+        m_windows.back().workspace->documents().open(file);
     return window;
 }
 

@@ -22,6 +22,9 @@ public:
 
     // A new window with its own workspace; R starts in `projectPath` when it is a folder.
     MainWindow *openWindow(const std::optional<QString> &projectPath);
+    // The first window at launch: a folder among `paths` is the project, files open as documents.
+    // With neither, the last project comes back when the "restoreProject" setting is on.
+    MainWindow *openAtLaunch(const QStringList &paths);
     void showSettings();
 
 private:

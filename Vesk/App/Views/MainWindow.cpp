@@ -4,10 +4,12 @@
 #include "App/Settings.h"
 #include "App/Workspace.h"
 #include "Console/Views/ConsoleView.h"
+#include "Plots/Views/PlotsPane.h"
 #include "WorkspacePane.h"
 
 #include <QAction>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -17,6 +19,7 @@
 #include <QPushButton>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTabWidget>
 
 MainWindow::MainWindow(Workspace &workspace, Settings &settings, QWidget *parent)
     : QMainWindow(parent), m_workspace(workspace), m_settings(settings)
@@ -24,8 +27,23 @@ MainWindow::MainWindow(Workspace &workspace, Settings &settings, QWidget *parent
     m_console = new ConsoleView(m_workspace, this);
     m_pane = new WorkspacePane(m_workspace, this);
     auto *splitter = new QSplitter(Qt::Horizontal, this);
-    splitter->addWidget(m_console);
-    splitter->addWidget(m_pane);
+    splitter->addWidget(buildDocumentArea(m_console));
+    // The inspector area: the workspace list and the plots, as tabs.
+    m_plots = new PlotsPane(m_workspace, this);
+    m_inspector = new QTabWidget(this);
+    m_inspector->setDocumentMode(true);
+    m_inspector->addTab(m_pane, QStringLiteral("Workspace"));
+    m_inspector->addTab(m_plots, QStringLiteral("Plots"));
+    connect(m_inspector, &QTabWidget::currentChanged, this, [this](int index) {
+        m_workspace.setInspectorTab(m_inspector->widget(index) == m_plots
+                                        ? std::optional(Workspace::InspectorTab::Plots)
+                                        : std::nullopt);
+    });
+    connect(&m_workspace, &Workspace::inspectorTabChanged, this, [this] {
+        if (m_workspace.inspectorTab() == Workspace::InspectorTab::Plots)
+            m_inspector->setCurrentWidget(m_plots);
+    });
+    splitter->addWidget(m_inspector);
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 1);
     splitter->setHandleWidth(1);
@@ -51,13 +69,24 @@ MainWindow::MainWindow(Workspace &workspace, Settings &settings, QWidget *parent
                 box->addButton(alert.buttons[i], i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
         if (!buttons.isEmpty())
             box->setDefaultButton(qobject_cast<QPushButton *>(buttons.first()));
+        auto answered = std::make_shared<bool>(false);
         connect(box, &QMessageBox::buttonClicked, this,
-                [buttons, onChoice = alert.onChoice](QAbstractButton *button) {
+                [buttons, answered, onChoice = alert.onChoice](QAbstractButton *button) {
+                    *answered = true;
                     if (onChoice)
                         onChoice(int(buttons.indexOf(button)));
                 });
+        // Closed by its close box, the box reports no button: that answer is "Cancel", so a
+        // question is never left without one.
+        connect(box, &QDialog::finished, this, [answered, alert] {
+            if (*answered || !alert.onChoice)
+                return;
+            *answered = true;
+            alert.onChoice(int(alert.buttons.indexOf(QStringLiteral("Cancel"))));
+        });
         box->open();
     };
+    m_workspace.openExternally = [](const QUrl &url) { QDesktopServices::openUrl(url); };
     m_workspace.chooseFolder = [this](const QString &prompt) -> std::optional<QString> {
         QFileDialog dialog(this);
         dialog.setFileMode(QFileDialog::Directory);
@@ -95,6 +124,7 @@ void MainWindow::buildMenus()
             m_workspace.openProject(folder);
     });
     m_recent = file->addMenu(QStringLiteral("Open Recent"));
+    addDocumentActions(file);
     file->addSeparator();
     QAction *settings = file->addAction(QStringLiteral("Settings…"));
     settings->setShortcut(QKeySequence::Preferences);

@@ -3,13 +3,23 @@
 #include <QKeyEvent>
 #include <QTextBlock>
 
-ConsoleInput::ConsoleInput(QWidget *parent) : QPlainTextEdit(parent)
+ConsoleInput::ConsoleInput(QWidget *parent) : CodeEditor(EditorMode::console, parent)
 {
     setObjectName(QStringLiteral("consoleInput"));
-    setTabChangesFocus(false);
-    setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    EditorConfiguration configuration = session()->configuration();
+    configuration.showLineNumbers = false;
+    configuration.highlightCurrentLine = false;
+    configuration.wrapLines = true;
+    applyConfiguration(configuration);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    session()->onCommand = [this](EditorCommand command) {
+        if (command == EditorCommand::submit)
+            emit submitted();
+    };
+    session()->onHistory = [this](bool up) -> std::optional<QString> {
+        return history ? history(up) : std::nullopt;
+    };
     connect(document(), &QTextDocument::blockCountChanged, this, &ConsoleInput::fitHeight);
     fitHeight();
 }
@@ -31,47 +41,23 @@ void ConsoleInput::fitHeight()
 
 void ConsoleInput::changeEvent(QEvent *event)
 {
-    QPlainTextEdit::changeEvent(event);
+    CodeEditor::changeEvent(event);
     if (event->type() == QEvent::FontChange)
         fitHeight();
 }
 
 void ConsoleInput::keyPressEvent(QKeyEvent *event)
 {
-    const bool shift = event->modifiers() & Qt::ShiftModifier;
     const bool control = event->modifiers() & Qt::ControlModifier;
-    switch (event->key()) {
-    case Qt::Key_Return:
-    case Qt::Key_Enter:
-        if (!shift) {
-            emit submitted();
-            return;
-        }
-        break;
-    case Qt::Key_Up:
-        if (textCursor().blockNumber() == 0 && !shift) {
-            emit historyBack();
-            return;
-        }
-        break;
-    case Qt::Key_Down:
-        if (textCursor().blockNumber() == document()->blockCount() - 1 && !shift) {
-            emit historyForward();
-            return;
-        }
-        break;
-    case Qt::Key_Escape:
+    if (event->key() == Qt::Key_Escape && !session()->handleEscape()) {
         emit interruptRequested();
         return;
-    case Qt::Key_C:
-        // Ctrl+C copies a selection, and interrupts R otherwise.
-        if (control && !textCursor().hasSelection()) {
-            emit interruptRequested();
-            return;
-        }
-        break;
-    default:
-        break;
     }
-    QPlainTextEdit::keyPressEvent(event);
+    // Ctrl+C copies a selection, and interrupts R otherwise.
+    if (event->key() == Qt::Key_C && control && !(event->modifiers() & Qt::ShiftModifier) &&
+        !textCursor().hasSelection()) {
+        emit interruptRequested();
+        return;
+    }
+    CodeEditor::keyPressEvent(event);
 }

@@ -1,20 +1,24 @@
-// The console's input field: Enter runs, Shift+Enter adds a line, the arrow keys walk the
-// history at the first and last line, Escape and Ctrl+C interrupt R.
+// The console's input field: an editor session in console mode. Enter runs once the input is
+// complete R (otherwise it adds an indented line), Shift+Enter always adds a line, the arrow keys
+// walk the history at the first and last line, Escape and Ctrl+C interrupt R.
 #pragma once
 
-#include <QPlainTextEdit>
+#include "Editor/Views/CodeEditor.h"
 
-class ConsoleInput : public QPlainTextEdit {
+#include <functional>
+#include <optional>
+
+class ConsoleInput : public CodeEditor {
     Q_OBJECT
 public:
     explicit ConsoleInput(QWidget *parent = nullptr);
 
     QSize sizeHint() const override;
+    // The history entry before (`back`) or after the one shown, if there is one.
+    std::function<std::optional<QString>(bool back)> history;
 
 signals:
     void submitted();
-    void historyBack();
-    void historyForward();
     void interruptRequested();
 
 protected:

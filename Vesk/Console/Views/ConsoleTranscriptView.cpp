@@ -2,11 +2,17 @@
 
 #include "ANSIText.h"
 #include "App/Views/Appearance.h"
+#include "Plots/PlotStore.h"
+#include "Plots/Views/PlotThumbnails.h"
 
+#include <QAbstractTextDocumentLayout>
 #include <QFontDatabase>
 #include <QHash>
+#include <QHelpEvent>
+#include <QMouseEvent>
 #include <QScrollBar>
 #include <QTextBlock>
+#include <QToolTip>
 
 namespace {
 
@@ -94,6 +100,77 @@ ConsoleTranscriptView::ConsoleTranscriptView(QWidget *parent) : QPlainTextEdit(p
     setLineWrapMode(QPlainTextEdit::WidgetWidth);
     setCenterOnScroll(false);
     document()->setDocumentMargin(10);
+    m_thumbnails = new PlotThumbnails(this);
+    document()->documentLayout()->registerHandler(PlotThumbnails::objectType, m_thumbnails);
+    viewport()->setMouseTracking(true);
+}
+
+void ConsoleTranscriptView::setPlots(PlotStore *plots)
+{
+    if (m_thumbnails->plots())
+        disconnect(m_thumbnails->plots(), nullptr, viewport(), nullptr);
+    m_thumbnails->setPlots(plots);
+    // Thumbnails read the store when painted: a change of a page is a repaint, not a redraw.
+    if (plots)
+        connect(plots, &PlotStore::changed, viewport(), qOverload<>(&QWidget::update));
+    viewport()->update();
+}
+
+std::optional<int> ConsoleTranscriptView::plotAt(QPoint point) const
+{
+    const QTextBlock block = cursorForPosition(point).block();
+    if (!block.isValid() || !block.layout())
+        return std::nullopt;
+    const QPointF origin = blockBoundingGeometry(block).translated(contentOffset()).topLeft();
+    for (auto it = block.begin(); !it.atEnd(); ++it) {
+        const QTextFragment fragment = it.fragment();
+        if (!PlotThumbnails::pageOf(fragment.charFormat()))
+            continue;
+        const int at = fragment.position() - block.position();
+        const QTextLine line = block.layout()->lineForTextPosition(at);
+        if (!line.isValid())
+            continue;
+        const QRectF rect(origin.x() + line.cursorToX(at), origin.y() + line.y(),
+                          line.cursorToX(at + 1) - line.cursorToX(at), line.height());
+        if (rect.contains(point))
+            return m_thumbnails->livePage(fragment.charFormat());
+    }
+    return std::nullopt;
+}
+
+bool ConsoleTranscriptView::viewportEvent(QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::ToolTip: {
+        auto *help = static_cast<QHelpEvent *>(event);
+        if (const auto page = plotAt(help->pos())) {
+            QToolTip::showText(help->globalPos(),
+                               QStringLiteral("Plot %1. Click to open it in the Plots pane.").arg(*page),
+                               viewport());
+            return true;
+        }
+        QToolTip::hideText();
+        break;
+    }
+    case QEvent::MouseMove: {
+        auto *mouse = static_cast<QMouseEvent *>(event);
+        if (mouse->buttons() == Qt::NoButton)
+            viewport()->setCursor(plotAt(mouse->position().toPoint()) ? Qt::PointingHandCursor
+                                                                      : Qt::IBeamCursor);
+        break;
+    }
+    case QEvent::MouseButtonRelease: {
+        auto *mouse = static_cast<QMouseEvent *>(event);
+        // A click, not the end of a selection that started elsewhere.
+        if (mouse->button() == Qt::LeftButton && !textCursor().hasSelection())
+            if (const auto page = plotAt(mouse->position().toPoint()))
+                emit plotActivated(*page);
+        break;
+    }
+    default:
+        break;
+    }
+    return QPlainTextEdit::viewportEvent(event);
 }
 
 void ConsoleTranscriptView::setModel(ConsoleModel *model)
@@ -211,9 +288,15 @@ QList<ConsoleTranscriptView::Piece> ConsoleTranscriptView::piecesOf(const Consol
             break;
         }
         case Kind::Plot: {
-            const QString text = QStringLiteral("[plot %1]").arg(item.page);
-            pieces.append({item.id, text, 0, [text, colors](QTextCursor &cursor) {
-                               insertLines(cursor, text, baseFormat(colors.muted));
+            const int page = item.page;
+            if (m_plotGenerations.size() > 8192)
+                m_plotGenerations.clear();
+            const int generation = *m_plotGenerations.insert(
+                item.id, m_plotGenerations.value(item.id, m_thumbnails->generation()));
+            pieces.append({item.id, QStringLiteral("plot %1").arg(page), 0,
+                           [format = m_thumbnails->format(page, generation)](QTextCursor &cursor) {
+                               cursor.insertText(QString(QChar::ObjectReplacementCharacter), format);
+                               cursor.insertBlock(QTextBlockFormat(), QTextCharFormat());
                            }});
             break;
         }
@@ -354,7 +437,8 @@ void ConsoleTranscriptView::sync()
     m_syncedRevision = m_model->revision();
 
     QScrollBar *bar = verticalScrollBar();
-    const bool atBottom = bar->value() >= bar->maximum() - 4;
+    // The scroll bar counts lines, and a line may be a tall thumbnail: only the very end follows.
+    const bool atBottom = bar->value() >= bar->maximum();
 
     const QList<ConsoleModel::Cell> &cells = m_model->cells();
     QSet<QUuid> present;

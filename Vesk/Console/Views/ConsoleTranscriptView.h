@@ -1,12 +1,21 @@
 // Draws the console model's cells into one plain-text document. Updates are incremental: cells
 // whose revision did not move are skipped, and in a changed cell only items whose content changed
 // are redrawn, so a flood of output costs the size of the live chunk, not of the transcript.
+// A plot item is an inline object drawn as a thumbnail of its page, looked up in the plot store
+// at paint time, so a re-rendered or removed page shows its current state without a redraw.
 #pragma once
 
 #include "Console/ConsoleModel.h"
 
+#include <QHash>
+#include <QImage>
 #include <QPlainTextEdit>
 #include <QPointer>
+
+#include <optional>
+
+class PlotStore;
+class PlotThumbnails;
 
 class ConsoleTranscriptView : public QPlainTextEdit {
     Q_OBJECT
@@ -18,6 +27,17 @@ public:
     void rebuild();
     // Brings the document in line with the model.
     void sync();
+    // The pages that plot items show; without a store they show an empty frame.
+    void setPlots(PlotStore *plots);
+    // The page of the thumbnail under a point of the viewport, if that page can still be opened.
+    std::optional<int> plotAt(QPoint viewportPoint) const;
+
+signals:
+    // A click on a thumbnail whose page is still in the store.
+    void plotActivated(int page);
+
+protected:
+    bool viewportEvent(QEvent *event) override;
 
 private:
     struct Piece {
@@ -44,6 +64,10 @@ private:
     void syncCell(QTextCursor &cursor, int position, RenderedCell &rendered, const ConsoleModel::Cell &cell);
 
     QPointer<ConsoleModel> m_model;
+    PlotThumbnails *m_thumbnails = nullptr;
+    // The thumbnails' generation of each plot item, fixed when first drawn so that a redraw of the
+    // whole transcript keeps older items apart from the pages of a restarted R.
+    mutable QHash<QUuid, int> m_plotGenerations;
     QList<RenderedCell> m_rendered;
     int m_syncedRevision = -1;
 };

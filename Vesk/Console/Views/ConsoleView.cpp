@@ -59,6 +59,8 @@ ConsoleView::ConsoleView(Workspace &workspace, QWidget *parent) : QWidget(parent
     layout->addLayout(inputRow);
 
     m_transcript->setModel(&m_workspace.console());
+    m_transcript->setPlots(&m_workspace.plots());
+    connect(m_transcript, &ConsoleTranscriptView::plotActivated, &m_workspace, &Workspace::showPlot);
     m_transcript->viewport()->installEventFilter(this);
 
     connect(m_input, &QPlainTextEdit::textChanged, this, [this] {
@@ -74,10 +76,11 @@ ConsoleView::ConsoleView(Workspace &workspace, QWidget *parent) : QWidget(parent
         m_updatingInput = false;
     });
     connect(m_input, &ConsoleInput::submitted, &m_workspace, &Workspace::submitConsole);
-    connect(m_input, &ConsoleInput::historyBack, this,
-            [this] { showHistory(m_workspace.consoleHistory(Workspace::HistoryDirection::Back)); });
-    connect(m_input, &ConsoleInput::historyForward, this,
-            [this] { showHistory(m_workspace.consoleHistory(Workspace::HistoryDirection::Forward)); });
+    m_input->history = [this](bool back) {
+        return m_workspace.consoleHistory(back ? Workspace::HistoryDirection::Back
+                                               : Workspace::HistoryDirection::Forward);
+    };
+    m_input->followSettings(m_workspace.settings());
     connect(m_input, &ConsoleInput::interruptRequested, &m_workspace, &Workspace::interrupt);
     connect(m_stop, &QToolButton::clicked, &m_workspace, &Workspace::interrupt);
     connect(m_ask, &QToolButton::toggled, &m_workspace, &Workspace::setConsoleAskMode);
@@ -115,13 +118,6 @@ bool ConsoleView::eventFilter(QObject *watched, QEvent *event)
     if (watched == m_transcript->viewport() && event->type() == QEvent::Resize)
         m_workspace.consoleResized(m_transcript->viewport()->width(), m_transcript->font().pointSizeF());
     return QWidget::eventFilter(watched, event);
-}
-
-void ConsoleView::showHistory(const std::optional<QString> &text)
-{
-    if (!text)
-        return;
-    m_workspace.setConsoleInput(*text);
 }
 
 void ConsoleView::updateState()

@@ -28,7 +28,6 @@ protected:
 private:
     void updateState();
     void updateCapsule();
-    void showHistory(const std::optional<QString> &text);
 
     Workspace &m_workspace;
     ConsoleTranscriptView *m_transcript = nullptr;

@@ -1,0 +1,127 @@
+// MainWindow: the document tabs, the file tree, their menu commands and the dialogs of the store.
+#include "App/RecentProjects.h"
+#include "App/Settings.h"
+#include "App/Workspace.h"
+#include "Documents/DocumentStore.h"
+#include "Documents/Views/DocumentTabs.h"
+#include "Files/Views/FileTreeView.h"
+#include "MainWindow.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileDialog>
+#include <QMenu>
+#include <QSplitter>
+#include <QUrl>
+
+QWidget *MainWindow::buildDocumentArea(QWidget *console)
+{
+    m_fileTree = new FileTreeView(m_workspace, this);
+    m_tabs = new DocumentTabs(m_workspace.documents(), this);
+    auto *column = new QSplitter(Qt::Vertical, this);
+    column->addWidget(m_tabs);
+    column->addWidget(console);
+    column->setStretchFactor(0, 3);
+    column->setStretchFactor(1, 2);
+    column->setHandleWidth(1);
+    column->setSizes({420, 300});
+    auto *row = new QSplitter(Qt::Horizontal, this);
+    row->addWidget(m_fileTree);
+    row->addWidget(column);
+    row->setStretchFactor(0, 0);
+    row->setStretchFactor(1, 1);
+    row->setHandleWidth(1);
+    row->setSizes({200, 680});
+    bindDocumentDialogs();
+    return row;
+}
+
+void MainWindow::bindDocumentDialogs()
+{
+    DocumentStore &store = m_workspace.documents();
+    store.chooseSavePath = [this](const QString &proposed, const QString &folder) -> std::optional<QString> {
+        const QString path = QFileDialog::getSaveFileName(
+            this, QStringLiteral("Save"), QDir(folder).filePath(proposed),
+            QStringLiteral(
+                "R Script (*.R *.r);;R Markdown (*.Rmd *.qmd *.rmarkdown);;Plain Text (*.txt);;All "
+                "Files (*)"));
+        return path.isEmpty() ? std::nullopt : std::optional<QString>(path);
+    };
+    store.chooseOpenPaths = [this](const QString &folder) {
+        return QFileDialog::getOpenFileNames(this, QStringLiteral("Open"), folder);
+    };
+    store.openExternally = [](const QString &path) {
+        return QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+    };
+    store.beep = [] { QApplication::beep(); };
+}
+
+void MainWindow::addDocumentActions(QMenu *file)
+{
+    DocumentStore &store = m_workspace.documents();
+    auto selectedScript = [&store]() -> EditorDocument * {
+        const auto item = store.selected();
+        return item ? item->script : nullptr;
+    };
+    file->addSeparator();
+    QAction *newScript = file->addAction(QStringLiteral("New Script"));
+    newScript->setShortcut(QKeySequence::New);
+    connect(newScript, &QAction::triggered, this, [&store] { store.newScript(); });
+    QAction *open = file->addAction(QStringLiteral("Open File…"));
+    open->setShortcut(QKeySequence::Open);
+    connect(open, &QAction::triggered, &store, &DocumentStore::openPanel);
+    m_recentFiles = file->addMenu(QStringLiteral("Open Recent File"));
+    file->addSeparator();
+    QAction *save = file->addAction(QStringLiteral("Save"));
+    save->setShortcut(QKeySequence::Save);
+    connect(save, &QAction::triggered, this, [&store, selectedScript] {
+        if (EditorDocument *document = selectedScript())
+            store.save(document);
+    });
+    QAction *saveAs = file->addAction(QStringLiteral("Save As…"));
+    saveAs->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
+    connect(saveAs, &QAction::triggered, this, [&store, selectedScript] {
+        if (EditorDocument *document = selectedScript())
+            store.save(document, true);
+    });
+    QAction *saveAll = file->addAction(QStringLiteral("Save All"));
+    saveAll->setShortcut(QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_S));
+    connect(saveAll, &QAction::triggered, this, [&store] { store.saveAll(); });
+    QAction *revert = file->addAction(QStringLiteral("Revert to Saved…"));
+    connect(revert, &QAction::triggered, this, [&store, selectedScript] {
+        if (EditorDocument *document = selectedScript())
+            store.revert(document);
+    });
+    QAction *close = file->addAction(QStringLiteral("Close Tab"));
+    close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
+    connect(close, &QAction::triggered, this, [&store] {
+        if (const auto id = store.selectedID())
+            store.close(*id);
+    });
+    connect(&m_settings, &Settings::changed, this, [this](const QString &key) {
+        if (key == Settings::recentFiles)
+            updateRecentFiles();
+    });
+    updateRecentFiles();
+}
+
+void MainWindow::updateRecentFiles()
+{
+    m_recentFiles->clear();
+    const QStringList files = RecentFiles::all(m_settings);
+    const QStringList titles = RecentList::titles(files);
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        const QString path = files[i];
+        QAction *action = m_recentFiles->addAction(titles[i]);
+        action->setToolTip(path);
+        connect(action, &QAction::triggered, this, [this, path] { m_workspace.documents().open(path); });
+    }
+    if (!files.isEmpty()) {
+        m_recentFiles->addSeparator();
+        connect(m_recentFiles->addAction(QStringLiteral("Clear Menu")), &QAction::triggered, this,
+                [this] { RecentFiles::clear(m_settings); });
+    }
+    m_recentFiles->setEnabled(!files.isEmpty());
+}

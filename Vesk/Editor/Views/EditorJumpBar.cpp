@@ -1,0 +1,72 @@
+#include "EditorJumpBar.h"
+
+#include "Editor/CodeEditorController.h"
+#include "Outline.h"
+
+EditorJumpBar::EditorJumpBar(CodeEditorController &controller, QWidget *parent)
+    : QComboBox(parent), m_controller(controller)
+{
+    setObjectName(QStringLiteral("editorJumpBar"));
+    setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    setMinimumContentsLength(24);
+    // The outline is a scan of the whole text; after typing it waits for a pause.
+    m_refresh.setSingleShot(true);
+    m_refresh.setInterval(400);
+    connect(&m_refresh, &QTimer::timeout, this, &EditorJumpBar::refresh);
+    if (EditorSession *session = controller.session()) {
+        connect(session, &EditorSession::textSynced, &m_refresh, qOverload<>(&QTimer::start));
+        connect(session, &EditorSession::reloaded, this, &EditorJumpBar::refresh);
+    }
+    // The entry shown is the one the caret stands under.
+    connect(&controller, &CodeEditorController::cursorChanged, this, &EditorJumpBar::followCaret);
+    connect(this, &QComboBox::activated, this, [this](int index) {
+        if (index >= 0 && index < m_items.size())
+            m_controller.revealLine(int(m_items[index].line));
+        m_controller.focus();
+    });
+    refresh();
+}
+
+void EditorJumpBar::refresh()
+{
+    const QList<OutlineItem> items = Outline::items(m_controller.text(), m_controller.language());
+    if (items == m_items && count() > 0)
+        return;
+    m_items = items;
+    clear();
+    if (m_items.isEmpty()) {
+        addItem(Outline::emptyText());
+        setEnabled(false);
+        return;
+    }
+    setEnabled(true);
+    for (const OutlineItem &item : m_items) {
+        QString marker;
+        switch (item.kind) {
+        case OutlineItem::Kind::section:
+            marker = QStringLiteral("§ ");
+            break;
+        case OutlineItem::Kind::function:
+            marker = QStringLiteral("ƒ ");
+            break;
+        case OutlineItem::Kind::chunk:
+            marker = QStringLiteral("▤ ");
+            break;
+        case OutlineItem::Kind::heading:
+            marker = QStringLiteral("# ");
+            break;
+        }
+        addItem(QString(item.level * 2, u' ') + marker + item.title);
+    }
+    followCaret();
+}
+
+void EditorJumpBar::followCaret()
+{
+    int index = 0;
+    for (int i = 0; i < m_items.size(); ++i)
+        if (m_items[i].line <= m_controller.cursorLine())
+            index = i;
+    if (!m_items.isEmpty() && index != currentIndex())
+        setCurrentIndex(index);
+}

@@ -1,0 +1,188 @@
+// Editor figures on a 100,000-line script: the time to open it and show its first screen in colour,
+// and the time from one typed character to restyled, laid-out text (median and p99). The session
+// drives a QTextDocument directly (offscreen) under a layout that works as the plain-text view's
+// does: a change inside one block lays that block out again, a larger change only drops the
+// layouts, and a block is laid out when it is looked at. The widget adds painting of one screen.
+#include "Editor/EditorSession.h"
+#include "Outline.h"
+
+#include <QAbstractTextDocumentLayout>
+#include <QGuiApplication>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QTextLayout>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double millisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+QString script(int lines)
+{
+    static const char *const pieces[] = {
+        "# Load data ----",
+        "data <- read.csv(\"data/input.csv\", stringsAsFactors = FALSE)",
+        "summarise_by <- function(df, key, value = \"x\") {",
+        "  out <- aggregate(df[[value]], by = list(df[[key]]), FUN = mean, na.rm = TRUE)",
+        "  names(out) <- c(key, value) # rename",
+        "  out[order(-out[[value]]), , drop = FALSE]",
+        "}",
+        "result <- data |> subset(year >= 2020L) |> summarise_by(\"region\")",
+        "if (nrow(result) > 0) print(head(result, 10)) else message('empty')",
+        "",
+    };
+    QString text;
+    text.reserve(lines * 48);
+    for (int i = 0; i < lines; ++i) {
+        text += QLatin1StringView(pieces[i % std::size(pieces)]);
+        text += u'\n';
+    }
+    return text;
+}
+
+class PlainLayout : public QAbstractTextDocumentLayout {
+public:
+    explicit PlainLayout(QTextDocument *document) : QAbstractTextDocumentLayout(document) {}
+
+    void documentChanged(int from, int removed, int added) override
+    {
+        QTextBlock block = document()->findBlock(from);
+        const QTextBlock last = document()->findBlock(std::max(0, from + std::max(removed, added) - 1));
+        if (block == last) {
+            layOut(block);
+            return;
+        }
+        for (; block.isValid(); block = block.next()) {
+            block.clearLayout();
+            if (block == last)
+                break;
+        }
+    }
+    QRectF blockBoundingRect(const QTextBlock &block) const override
+    {
+        if (block.layout()->lineCount() == 0)
+            layOut(block);
+        return block.layout()->boundingRect();
+    }
+    void draw(QPainter *, const PaintContext &) override {}
+    int hitTest(const QPointF &, Qt::HitTestAccuracy) const override { return -1; }
+    int pageCount() const override { return 1; }
+    QSizeF documentSize() const override { return {800, 600}; }
+    QRectF frameBoundingRect(QTextFrame *) const override { return {}; }
+
+private:
+    static void layOut(const QTextBlock &block)
+    {
+        QTextLayout *layout = block.layout();
+        layout->beginLayout();
+        QTextLine line = layout->createLine();
+        if (line.isValid())
+            line.setLineWidth(1e6);
+        layout->endLayout();
+    }
+};
+
+// Lays out the blocks of the first screen, as a view showing the top of the file would.
+void layOutFirstScreen(QTextDocument &document)
+{
+    QTextBlock block = document.firstBlock();
+    for (int i = 0; i < 60 && block.isValid(); ++i, block = block.next())
+        document.documentLayout()->blockBoundingRect(block);
+}
+
+double percentile(std::vector<double> values, double p)
+{
+    std::sort(values.begin(), values.end());
+    const size_t index = std::min(values.size() - 1, size_t(p * double(values.size() - 1) + 0.5));
+    return values[index];
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
+    constexpr int lineCount = 100000;
+    const QString text = script(lineCount);
+
+    QTextDocument document;
+    document.setDocumentLayout(new PlainLayout(&document));
+    EditorSession session(&document, EditorMode::document);
+    // The document a script editor writes to after each edit, with its comparison.
+    QString bound;
+    session.textBinding = [&bound](const QString &text) {
+        if (text != bound)
+            bound = text;
+    };
+    const auto openStart = Clock::now();
+    session.loadText(text);
+    layOutFirstScreen(document);
+    const double openMs = millisecondsSince(openStart);
+    std::printf("editor_open_100k_lines: %.1f ms\n", openMs);
+
+    // One character typed and taken back on lines spread over the file: each edit is a keystroke
+    // whose restyle and layout of the changed line is timed.
+    std::vector<double> samples;
+    const int rounds = 2000;
+    samples.reserve(2 * rounds);
+    for (int i = 0; i < rounds; ++i) {
+        const QTextBlock block = document.findBlockByNumber((i * 7919) % lineCount);
+        const int at = block.position() + std::min(block.length() - 1, 5);
+        QTextCursor cursor(&document);
+        cursor.setPosition(at);
+        auto start = Clock::now();
+        cursor.insertText(QStringLiteral("z"));
+        document.documentLayout()->blockBoundingRect(document.findBlock(at));
+        samples.push_back(millisecondsSince(start));
+        start = Clock::now();
+        cursor.deletePreviousChar();
+        document.documentLayout()->blockBoundingRect(document.findBlock(at));
+        samples.push_back(millisecondsSince(start));
+    }
+    std::printf("editor_keystroke_restyle_median: %.3f ms\n", percentile(samples, 0.5));
+    std::printf("editor_keystroke_restyle_p99: %.3f ms\n", percentile(samples, 0.99));
+
+    // What follows a burst of keys once: the text handed to the document, caret and bracket state.
+    std::vector<double> bursts;
+    for (int i = 0; i < 200; ++i) {
+        QTextCursor cursor(&document);
+        cursor.setPosition(document.findBlockByNumber((i * 4099) % lineCount).position() + 9);
+        cursor.insertText(QStringLiteral("("));
+        session.setTextCursor(cursor);
+        const auto start = Clock::now();
+        QCoreApplication::processEvents();
+        bursts.push_back(millisecondsSince(start));
+        cursor.deletePreviousChar();
+        QCoreApplication::processEvents();
+    }
+    std::printf("editor_burst_update_median: %.3f ms\n", percentile(bursts, 0.5));
+    std::printf("editor_burst_update_p99: %.3f ms\n", percentile(bursts, 0.99));
+
+    // The jump bar's outline after a pause in typing: a scan of the whole text.
+    const auto outlineStart = Clock::now();
+    const qsizetype items = Outline::scan(session.text(), RSourceLanguage::r).size();
+    std::printf("editor_outline_scan_100k_lines: %.1f ms\n", millisecondsSince(outlineStart));
+
+    // The worst keystroke: a quote that turns the rest of the file into a string, and back.
+    QTextCursor quote(&document);
+    quote.setPosition(document.findBlockByNumber(lineCount / 2).position());
+    auto start = Clock::now();
+    quote.insertText(QStringLiteral("\""));
+    std::printf("editor_open_string_restyle: %.1f ms\n", millisecondsSince(start));
+    start = Clock::now();
+    quote.deletePreviousChar();
+    std::printf("editor_close_string_restyle: %.1f ms\n", millisecondsSince(start));
+    return session.text().size() == document.characterCount() - 1 && items > 0 ? 0 : 1;
+}

@@ -1,0 +1,87 @@
+// An editor session on a bare text document (no view): context queries, the chunks the run commands
+// take from R Markdown, and how the text reaches its binding.
+#include "../VeskCore/QStringPrinting.h"
+#include "Editor/EditorSession.h"
+#include "Editor/RmdChunks.h"
+#include "TestSupport.h"
+
+#include <QTextCursor>
+#include <QTextDocument>
+
+#include <gtest/gtest.h>
+
+TEST(EditorSessionModel, ContextTellsCodeStringsCommentsAndProse)
+{
+    QTextDocument document;
+    EditorSession session(&document, EditorMode::document);
+    session.loadText(QStringLiteral("x <- \"ab\nc\" # note\ny"));
+    const QString &text = session.text();
+    EXPECT_EQ(session.context(0), TextContext::code);
+    EXPECT_EQ(session.context(text.indexOf(u'a')), TextContext::string);
+    EXPECT_EQ(session.context(text.indexOf(u'"')), TextContext::code) << "before the opening quote";
+    EXPECT_EQ(session.context(text.indexOf(u'c')), TextContext::string) << "a line that continues a string";
+    EXPECT_EQ(session.context(text.indexOf(QStringLiteral("note"))), TextContext::comment);
+    EXPECT_EQ(session.context(text.size()), TextContext::code);
+    EXPECT_EQ(session.token(text.indexOf(u'y'))->kind, RTokenKind::identifier);
+    EXPECT_FALSE(session.token(-3).has_value());
+    EXPECT_FALSE(session.token(text.size() + 10).has_value());
+
+    session.setLanguage(RSourceLanguage::rMarkdown);
+    session.loadText(QStringLiteral("Prose (here)\n```{r}\nf(1)\n```\n"));
+    EXPECT_EQ(session.context(3), TextContext::notApplicable);
+    EXPECT_EQ(session.context(session.text().indexOf(QStringLiteral("(1)"))), TextContext::code);
+    session.setSelection(3);
+    EXPECT_FALSE(session.handleTypedCharacter(u'(')) << "prose gets no pairs";
+
+    session.setLanguage(RSourceLanguage::plain);
+    EXPECT_EQ(session.context(0), TextContext::notApplicable);
+    EXPECT_FALSE(session.backwardDeletionRange().has_value());
+}
+
+TEST(EditorSessionModel, ChunksAreTheRChunksWithOneBasedLines)
+{
+    const QString text =
+        QStringLiteral("---\ntitle: x\n---\n```{r setup, include=FALSE}\na <- 1\nb <- 2\n```\n"
+                       "text\n```{python}\nprint(1)\n```\n   ```{R}\n```\n``` {r}\nc\n````\n"
+                       "```{rust}\nno\n```\n```{r}\nunclosed\n");
+    const QList<RmdChunks::Chunk> chunks = RmdChunks::all(text);
+    ASSERT_EQ(chunks.size(), 3);
+    EXPECT_EQ(chunks[0], (RmdChunks::Chunk{QStringLiteral("a <- 1\nb <- 2"), 5, 6}));
+    EXPECT_EQ(chunks[1].code, QString()) << "an empty chunk";
+    EXPECT_EQ(chunks[2], (RmdChunks::Chunk{QStringLiteral("c"), 15, 15}));
+    EXPECT_EQ(RmdChunks::chunk(6, text)->startLine, 5);
+    EXPECT_FALSE(RmdChunks::chunk(4, text).has_value()) << "the header line is not code";
+    EXPECT_FALSE(RmdChunks::chunk(13, text).has_value()) << "an empty chunk holds no line";
+    EXPECT_FALSE(RmdChunks::chunk(21, text).has_value()) << "an unclosed chunk is not run";
+}
+
+TEST(EditorSessionModel, SmallTextsReachTheBindingAtOnceLargeOnesPerBurst)
+{
+    QTextDocument document;
+    EditorSession session(&document, EditorMode::document);
+    QString bound;
+    int writes = 0;
+    session.textBinding = [&](const QString &text) {
+        bound = text;
+        ++writes;
+    };
+    session.loadText(QStringLiteral("a\n"));
+    EXPECT_EQ(writes, 0) << "loaded text is not written back";
+    QTextCursor cursor(&document);
+    cursor.movePosition(QTextCursor::End);
+    cursor.insertText(QStringLiteral("b"));
+    EXPECT_EQ(bound, QStringLiteral("a\nb"));
+
+    session.loadText(QString(EditorSession::immediateSyncLimit + 10, u'x'));
+    cursor.movePosition(QTextCursor::End);
+    cursor.insertText(QStringLiteral("y"));
+    cursor.insertText(QStringLiteral("z"));
+    EXPECT_EQ(bound, QStringLiteral("a\nb")) << "a large text waits for the end of the burst";
+    const int before = writes;
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return bound.endsWith(QStringLiteral("yz")); }));
+    EXPECT_EQ(writes, before + 1) << "one write for the burst";
+    cursor.insertText(QStringLiteral("!"));
+    session.flushPendingChanges();
+    EXPECT_TRUE(bound.endsWith(u'!')) << "a command flushes first";
+    EXPECT_EQ(bound, session.lastSyncedText());
+}

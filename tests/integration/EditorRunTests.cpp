@@ -1,0 +1,61 @@
+// The editor's run keys against a real R: what Ctrl+Enter walks through reaches R whole, in order.
+#include "App/Settings.h"
+#include "App/Workspace.h"
+#include "Editor/Views/CodeEditor.h"
+#include "Editor/Views/CodeEditorPane.h"
+#include "TestSupport.h"
+
+#include <QApplication>
+#include <QKeyEvent>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+QString transcript(const ConsoleModel &console)
+{
+    QString text;
+    for (const ConsoleModel::Cell &cell : console.cells())
+        for (const ConsoleModel::Item &item : cell.items)
+            text += item.text + u'\n';
+    return text;
+}
+
+} // namespace
+
+TEST(EditorRun, ControlReturnWalksAScriptStatementByStatementInR)
+{
+    QTemporaryDir dir;
+    QStandardPaths::setTestModeEnabled(true);
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    settings.setValue(Settings::rPath, TestSupport::rExecutable());
+    Workspace workspace(settings);
+    workspace.persistsHistory = false;
+    workspace.kernelPath = TestSupport::kernelScript();
+    workspace.startR();
+    ASSERT_TRUE(TestSupport::waitUntil(
+        [&] { return workspace.session().status().kind == RSessionStatus::Kind::Idle; }, 30s));
+
+    CodeEditorPane pane(&workspace);
+    pane.show();
+    EditorSession *session = pane.editor()->session();
+    session->loadText(
+        QStringLiteral("total <- sum(\n  20,\n  22\n)\n\n\ncat(\"total is\", total, \"\\n\")\n"));
+    session->setSelection(session->text().indexOf(QStringLiteral("20")));
+    auto controlReturn = [&] {
+        QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::ControlModifier);
+        QApplication::sendEvent(pane.editor(), &press);
+    };
+    controlReturn();
+    EXPECT_EQ(session->selection().location, session->text().indexOf(QStringLiteral("cat(")));
+    controlReturn();
+    ASSERT_TRUE(TestSupport::waitUntil(
+        [&] { return transcript(workspace.console()).contains(QStringLiteral("total is 42")); }, 30s))
+        << transcript(workspace.console()).toStdString();
+    EXPECT_EQ(session->selection().location, session->text().size()) << "after the last statement, the end";
+    workspace.shutDown();
+}

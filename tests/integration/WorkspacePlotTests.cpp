@@ -1,0 +1,284 @@
+// The workspace's plot operations against a real R: events into the store and the console, resize
+// with its debounce, zoom and its re-renders, removal, export and the theme sent to the kernel; the
+// pane's suggestions and its page window with R's vector drawing.
+#include "App/Settings.h"
+#include "App/Workspace.h"
+#include "LiveWorkspace.h"
+#include "Plots/Views/PlotWindow.h"
+#include "Plots/Views/PlotsPane.h"
+#include "TestSupport.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QImage>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct PlotWorkspace : LiveWorkspace {
+    QList<Workspace::Alert> alerts;
+
+    PlotWorkspace()
+    {
+        workspace.presentAlert = [this](const Workspace::Alert &alert) { alerts.append(alert); };
+    }
+    // What R answers to a line of code, trimmed.
+    QString printed(const QString &code) { return run(code).output.trimmed(); }
+    const PlotStore::Page *page(int id) { return workspace.plots().page(id); }
+    // Waits for the page's picture to change from `revision`.
+    bool redrawn(int id, int revision)
+    {
+        return TestSupport::waitUntil([&] { return page(id) && page(id)->revision > revision; }, 30s);
+    }
+    QSize pixels(int id) { return page(id) ? workspace.plots().image(id).size() : QSize(); }
+    QList<int> consolePlots()
+    {
+        QList<int> pages;
+        workspace.console().flush();
+        for (const ConsoleModel::Cell &cell : workspace.console().cells())
+            for (const ConsoleModel::Item &item : cell.items)
+                if (item.kind == ConsoleModel::Item::Kind::Plot)
+                    pages.append(item.page);
+        return pages;
+    }
+};
+
+QSize scaled(QSize points, double scale)
+{
+    return QSize(qRound(points.width() * scale), qRound(points.height() * scale));
+}
+
+} // namespace
+
+TEST(WorkspacePlots, EventsResizeAndZoom)
+{
+    PlotWorkspace f;
+    Workspace &w = f.workspace;
+    ASSERT_TRUE(f.start());
+    // Rounded to multiples of 8; the debounce then tells R the size.
+    w.plotAreaResized(QSize(403, 301));
+    EXPECT_EQ(w.lastPlotSize(), QSize(400, 304));
+    TestSupport::spin(400ms);
+    ASSERT_TRUE(f.idle());
+
+    ASSERT_TRUE(f.run(QStringLiteral("plot(mtcars$wt, mtcars$mpg)")).ok);
+    ASSERT_EQ(w.plots().pages().size(), 1);
+    EXPECT_EQ(w.plots().selectedPage(), 1);
+    EXPECT_EQ(f.pixels(1), scaled(QSize(400, 304), w.plotScale())) << "drawn at the pane's size";
+    ASSERT_TRUE(f.page(1)->geometry);
+    EXPECT_EQ(f.page(1)->geometry->points.size(), 32);
+    EXPECT_EQ(f.consolePlots(), QList<int>{1});
+    EXPECT_EQ(w.inspectorTab(), Workspace::InspectorTab::Plots);
+
+    // A redraw of the page from R's side doesn't pull the inspector away from another pane.
+    w.setInspectorTab(std::nullopt);
+    ASSERT_TRUE(f.run(QStringLiteral("abline(h = 20)")).ok);
+    EXPECT_EQ(f.page(1)->revision, 1);
+    EXPECT_FALSE(w.inspectorTab());
+    const PlotZoom full = f.page(1)->geometry->window;
+
+    // Zoom: the page is drawn again within the window.
+    const PlotZoom zoom{{2, 4}, {15, 25}};
+    int revision = f.page(1)->revision;
+    w.zoomPlot(1, zoom);
+    EXPECT_EQ(f.page(1)->zoom, zoom);
+    ASSERT_TRUE(f.redrawn(1, revision));
+    ASSERT_TRUE(f.page(1)->geometry);
+    EXPECT_EQ(f.page(1)->geometry->window, zoom);
+    w.zoomPlot(1, zoom);
+    EXPECT_TRUE(f.idle());
+    EXPECT_EQ(f.page(1)->revision, revision + 1) << "the same zoom draws nothing";
+
+    // R adds to the zoomed page: the kept zoom is drawn again rather than lost.
+    revision = f.page(1)->revision;
+    ASSERT_TRUE(f.run(QStringLiteral("points(3, 20, col = \"red\")")).ok);
+    ASSERT_TRUE(f.redrawn(1, revision));
+    ASSERT_TRUE(f.idle());
+    EXPECT_EQ(f.page(1)->zoom, zoom);
+    EXPECT_EQ(f.page(1)->geometry->window, zoom);
+    EXPECT_EQ(f.page(1)->geometry->points.size(), 33);
+
+    // Two zooms in quick succession: the first answer is dropped, only the second counts.
+    revision = f.page(1)->revision;
+    const PlotZoom narrower{{2.5, 3.5}, {18, 22}};
+    w.zoomPlot(1, PlotZoom{{2, 5}, {12, 30}});
+    w.zoomPlot(1, narrower);
+    ASSERT_TRUE(f.redrawn(1, revision));
+    ASSERT_TRUE(f.idle());
+    TestSupport::spin(100ms);
+    EXPECT_EQ(f.page(1)->revision, revision + 1);
+    EXPECT_EQ(f.page(1)->geometry->window, narrower);
+
+    // Reset returns to the figure's own limits.
+    revision = f.page(1)->revision;
+    w.zoomPlot(1, std::nullopt);
+    ASSERT_TRUE(f.redrawn(1, revision));
+    EXPECT_EQ(f.page(1)->geometry->window, full);
+
+    // A live drag of the pane costs one render at its settled size; collapsed sizes are ignored.
+    ASSERT_TRUE(f.idle());
+    revision = f.page(1)->revision;
+    for (int width : {420, 450, 500, 560})
+        w.plotAreaResized(QSize(width, 400));
+    w.plotAreaResized(QSize(100, 500));
+    EXPECT_EQ(w.lastPlotSize(), QSize(560, 400));
+    ASSERT_TRUE(f.redrawn(1, revision));
+    TestSupport::spin(500ms);
+    ASSERT_TRUE(f.idle());
+    EXPECT_EQ(f.page(1)->revision, revision + 1);
+    EXPECT_EQ(f.pixels(1), scaled(QSize(560, 400), w.plotScale()));
+}
+
+TEST(WorkspacePlots, RemovalClearingAndHundredPages)
+{
+    PlotWorkspace f;
+    Workspace &w = f.workspace;
+    ASSERT_TRUE(f.start());
+    ASSERT_TRUE(f.run(QStringLiteral("for (i in 1:100) plot(i, main = i)")).ok);
+    ASSERT_EQ(w.plots().pages().size(), 100);
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(w.plots().pages()[i].id, i + 1);
+    EXPECT_EQ(w.plots().selectedPage(), 100);
+    EXPECT_EQ(f.consolePlots().size(), 100);
+
+    // Removing the selected last page selects the one before it, here and in the kernel.
+    w.removePlot(100);
+    EXPECT_EQ(w.plots().selectedPage(), 99);
+    ASSERT_TRUE(f.idle());
+    EXPECT_EQ(f.printed(QStringLiteral("cat(exists(\"100\", envir = .vesk$plotPages))")),
+              QStringLiteral("FALSE"));
+    w.plots().step(-1);
+    w.removePlot(50);
+    EXPECT_EQ(w.plots().selectedPage(), 98) << "removing another page keeps the selection";
+
+    w.clearPlots();
+    EXPECT_TRUE(w.plots().pages().isEmpty());
+    EXPECT_FALSE(w.plots().selectedPage());
+    ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
+    ASSERT_EQ(w.plots().pages().size(), 1);
+    EXPECT_EQ(w.plots().pages()[0].id, 101) << "the kernel never gives a number out twice";
+
+    // A restart starts a new history.
+    w.restartR();
+    EXPECT_TRUE(w.plots().pages().isEmpty());
+    ASSERT_TRUE(f.idle());
+    ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
+    EXPECT_EQ(w.plots().selectedPage(), 1);
+}
+
+TEST(WorkspacePlots, ThemeAndExport)
+{
+    PlotWorkspace f;
+    Workspace &w = f.workspace;
+    // A graphite accent can't carry a chart: the kernel gets blue.
+    w.plotAccent = [] { return QColor(0x8E, 0x8E, 0x93); };
+    ASSERT_TRUE(f.start());
+    ASSERT_GE(w.appliedPlotTheme().size(), 3);
+    EXPECT_EQ(w.appliedPlotTheme()[1], QStringLiteral("#007AFF"));
+    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$accent, .vesk$plotTheme$palette[1:2])")),
+              QStringLiteral("#007AFF #007AFF #007AFF"));
+
+    // Nothing changed: nothing is sent (what R was told meanwhile stays).
+    ASSERT_TRUE(f.run(QStringLiteral(".vesk$plotTheme$accent <- \"#123456\"")).ok);
+    w.refreshPlotTheme();
+    ASSERT_TRUE(f.idle());
+    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$accent)")), QStringLiteral("#123456"));
+
+    // A setting change reaches R; so does a new accent.
+    f.settings.setValue(Settings::modernPlots, false);
+    ASSERT_TRUE(f.idle());
+    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$modern)")), QStringLiteral("FALSE"));
+    w.plotAccent = [] { return QColor(0xE0, 0x10, 0x20); };
+    f.settings.setValue(Settings::modernPlots, true);
+    w.refreshPlotTheme();
+    ASSERT_TRUE(f.idle());
+    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$modern, .vesk$plotTheme$accent)")),
+              QStringLiteral("TRUE #E01020"));
+
+    // Export of a zoomed page: the file has the pixels the resolution implies, and the resolution
+    // becomes the setting.
+    ASSERT_TRUE(f.run(QStringLiteral("plot(cars)")).ok);
+    const int page = *w.plots().selectedPage();
+    w.zoomPlot(page, PlotZoom{{5, 15}, {0, 40}});
+    ASSERT_TRUE(f.idle());
+    std::optional<bool> exported;
+    const QString png = f.dir.filePath(QStringLiteral("cars.png"));
+    w.exportPlot(page, png, QStringLiteral("png"), QSizeF(504, 360), 300, [&](bool ok) { exported = ok; });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
+    EXPECT_TRUE(*exported);
+    EXPECT_EQ(QImage(png).size(), QSize(2100, 1500));
+    EXPECT_EQ(f.settings.plotExportDPIValue(), 300);
+    EXPECT_TRUE(f.alerts.isEmpty());
+
+    exported.reset();
+    w.exportPlot(page, f.dir.filePath(QStringLiteral("missing/folder/cars.pdf")), QStringLiteral("pdf"),
+                 QSizeF(504, 360), 144, [&](bool ok) { exported = ok; });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
+    EXPECT_FALSE(*exported);
+    ASSERT_EQ(f.alerts.size(), 1);
+    EXPECT_EQ(f.alerts[0].title, QStringLiteral("The plot could not be exported."));
+}
+
+TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
+{
+    PlotWorkspace f;
+    ASSERT_TRUE(f.start());
+    PlotsPane pane(f.workspace);
+    pane.resize(480, 400);
+    pane.show();
+    QApplication::processEvents();
+    ASSERT_TRUE(pane.emptyState()->isVisible());
+
+    // The labelled suggestion runs its longer code.
+    QPushButton *boxplot = nullptr;
+    for (QPushButton *button : pane.emptyState()->findChildren<QPushButton *>())
+        if (button->text() == QStringLiteral("boxplot(len ~ supp, ToothGrowth)"))
+            boxplot = button;
+    ASSERT_TRUE(boxplot);
+    boxplot->click();
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return f.page(1) != nullptr; }, 30s));
+    ASSERT_TRUE(f.idle());
+    const QList<ConsoleModel::Cell> &cells = f.workspace.console().cells();
+    EXPECT_TRUE(std::any_of(cells.begin(), cells.end(), [](const ConsoleModel::Cell &cell) {
+        return cell.code == QStringLiteral("boxplot(len ~ supp, data = ToothGrowth)");
+    }));
+    QApplication::processEvents();
+    EXPECT_FALSE(pane.emptyState()->isVisible());
+
+    const auto leftovers = [] {
+        return QDir::temp().entryList({QStringLiteral("vesk-plot-*.svg")}, QDir::Files);
+    };
+    const QStringList before = leftovers();
+    const auto open = [&](bool &settled) {
+        PlotWindow *window = pane.openInWindow();
+        if (window)
+            QObject::connect(window, &PlotWindow::settled, [&settled] { settled = true; });
+        return window;
+    };
+    bool settled = false;
+    PlotWindow *window = open(settled);
+    ASSERT_TRUE(window);
+    EXPECT_EQ(window->windowTitle(), QStringLiteral("Plot 1"));
+    EXPECT_FALSE(window->showsVector()) << "the picture shows at once";
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return settled; }, 30s));
+    EXPECT_TRUE(window->showsVector());
+    EXPECT_EQ(leftovers(), before) << "the temporary file is gone";
+
+    // R no longer knows the page: the export fails, the window keeps the picture, no file is left.
+    bool removed = false;
+    f.workspace.session().request(QStringLiteral("removePlot"), {RArgument(1)}, {},
+                                  [&](const RRequestResult &) { removed = true; });
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return removed; }, 30s));
+    settled = false;
+    window = open(settled);
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return settled; }, 30s));
+    EXPECT_FALSE(window->showsVector());
+    EXPECT_EQ(leftovers(), before);
+}

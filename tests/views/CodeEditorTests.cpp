@@ -1,0 +1,503 @@
+// The script editor and the console input, driven by key events on an offscreen view: what typing,
+// deleting, Return, the run keys and undo do to the text, and what reaches the workspace's run.
+#include "../VeskCore/QStringPrinting.h"
+#include "App/Settings.h"
+#include "App/Views/MainWindow.h"
+#include "App/Workspace.h"
+#include "Console/Views/ConsoleInput.h"
+#include "Console/Views/ConsoleView.h"
+#include "Documents/DocumentStore.h"
+#include "Editor/CodeEditorController.h"
+#include "Editor/Views/CodeEditor.h"
+#include "Editor/Views/CodeEditorPane.h"
+#include "Editor/Views/EditorFindBar.h"
+#include "Editor/Views/EditorJumpBar.h"
+#include "Editor/Views/ScriptEditorView.h"
+#include "RIndenter.h"
+#include "TestSupport.h"
+#include "ToolLocator.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QRandomGenerator>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTextBlock>
+#include <QTextLayout>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct EditorFixture {
+    QTemporaryDir dir;
+    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
+    std::unique_ptr<Workspace> workspace;
+    std::unique_ptr<CodeEditorPane> pane;
+
+    EditorFixture()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        workspace = std::make_unique<Workspace>(settings);
+        workspace->persistsHistory = false;
+        pane = std::make_unique<CodeEditorPane>(workspace.get());
+        pane->resize(700, 500);
+        pane->show();
+    }
+    CodeEditor *editor() const { return pane->editor(); }
+    EditorSession *session() const { return pane->editor()->session(); }
+    CodeEditorController *controller() const { return pane->controller(); }
+    QString text() const { return editor()->toPlainText(); }
+    int caret() const { return editor()->textCursor().position(); }
+
+    // `|` marks the caret; a second `|` makes a selection between the two.
+    void load(QString text)
+    {
+        const qsizetype first = text.indexOf(u'|');
+        qsizetype second = -1;
+        if (first >= 0) {
+            text.remove(first, 1);
+            second = text.indexOf(u'|');
+            if (second >= 0)
+                text.remove(second, 1);
+        }
+        session()->loadText(text);
+        if (first >= 0)
+            session()->setSelection(first, second >= 0 ? second - first : 0);
+    }
+    // The text with `|` at the caret (and at the selection's other end).
+    QString shown() const
+    {
+        QString result = text();
+        const QTextCursor cursor = editor()->textCursor();
+        if (cursor.hasSelection())
+            result.insert(cursor.selectionEnd(), u'|');
+        result.insert(cursor.selectionStart(), u'|');
+        return result;
+    }
+    void press(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier, const QString &text = {})
+    {
+        QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
+        QApplication::sendEvent(editor(), &event);
+    }
+    void type(const QString &text)
+    {
+        for (const QChar c : text) {
+            if (c == u'\n')
+                press(Qt::Key_Return);
+            else
+                press(c.isLetter() ? c.toUpper().unicode() : c.unicode(), Qt::NoModifier, QString(c));
+        }
+    }
+    QStringList ran() const
+    {
+        QStringList codes;
+        for (const HistoryEntry &entry : workspace->history())
+            codes.append(entry.code);
+        return codes;
+    }
+};
+
+QTextCharFormat formatAt(const QTextDocument *document, int position)
+{
+    const QTextBlock block = document->findBlock(position);
+    for (const QTextLayout::FormatRange &range : block.layout()->formats())
+        if (position - block.position() >= range.start &&
+            position - block.position() < range.start + range.length)
+            return range.format;
+    return {};
+}
+
+} // namespace
+
+TEST(CodeEditorView, TypingAFunctionPairsTypesOverAndIndentsAsTheIndenterSays)
+{
+    EditorFixture f;
+    f.type(QStringLiteral("f <- function(x"));
+    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x|)"));
+    f.type(QStringLiteral(") {"));
+    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {|}")) << "the closer was typed over";
+    f.type(QStringLiteral("\n"));
+    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {\n  |\n}"));
+    f.type(QStringLiteral("if (x) {\nx + "));
+    f.type(QStringLiteral("\n1"));
+    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {\n  if (x) {\n    x +\n      1|\n  }\n}"));
+
+    // What the editor did agrees with the indenter on the same text.
+    f.load(QStringLiteral("x <- c(a,|"));
+    const auto snapshot = f.session()->snapshot();
+    const RTextEdit expected = RIndenter::newline(*snapshot, f.session()->selection(), 2);
+    f.press(Qt::Key_Return);
+    EXPECT_EQ(f.text(), expected.applied(QStringLiteral("x <- c(a,")));
+    EXPECT_EQ(f.shown(), QStringLiteral("x <- c(a,\n       |"));
+
+    // A closer typed on a blank line goes back to its opener's indentation.
+    f.load(QStringLiteral("g <- function() {\n  y\n    |"));
+    f.type(QStringLiteral("}"));
+    EXPECT_EQ(f.shown(), QStringLiteral("g <- function() {\n  y\n}|"));
+
+    // Tab inserts blanks to the next stop; Shift+Tab takes a level off.
+    f.load(QStringLiteral("a|"));
+    f.press(Qt::Key_Tab);
+    EXPECT_EQ(f.shown(), QStringLiteral("a |"));
+    f.press(Qt::Key_Tab);
+    EXPECT_EQ(f.shown(), QStringLiteral("a   |"));
+    f.load(QStringLiteral("    b|"));
+    f.press(Qt::Key_Backtab, Qt::ShiftModifier);
+    EXPECT_EQ(f.text(), QStringLiteral("  b"));
+}
+
+TEST(CodeEditorView, PairsDependOnWhatStandsAroundTheCaret)
+{
+    EditorFixture f;
+    struct Case {
+        const char *before;
+        const char *typed;
+        const char *after;
+    };
+    const Case cases[] = {
+        {"|x", "(", "(|x"},           {"|)", "(", "(|))"},
+        {"a|", "\"", "a\"|"},         {"r|", "\"", "r\"|\""},
+        {"xr|", "\"", "xr\"|"},       {"|", "'", "'|'"},
+        {"\"|\"", "\"", "\"\"|"},     {"f(|a + b|)", "(", "f((|a + b|))"},
+        {"# a|", "(", "# a(|"},       {"x <- \"a|\"", "\"", "x <- \"a\"|"},
+        {"|x;", "\"", "\"|x;"},       {"c(1|)", ")", "c(1)|"},
+        {"\"(|)\"", ")", "\"()|)\""},
+    };
+    for (const Case &c : cases) {
+        f.load(QString::fromUtf8(c.before));
+        f.type(QString::fromUtf8(c.typed));
+        EXPECT_EQ(f.shown(), QString::fromUtf8(c.after)) << c.before << " + " << c.typed;
+    }
+
+    // Backspace takes a whole pair, a whole indentation step, or one unit.
+    const Case deletions[] = {
+        {"(|)", "", "|"},       {"\"|\"", "", "|"},    {"\"a\"|\"", "", "\"a|\""}, {"x(|y)", "", "x|y)"},
+        {"    |x", "", "  |x"}, {"   |x", "", "  |x"}, {" |x", "", "|x"},
+    };
+    for (const Case &c : deletions) {
+        f.load(QString::fromUtf8(c.before));
+        f.press(Qt::Key_Backspace);
+        EXPECT_EQ(f.shown(), QString::fromUtf8(c.after)) << "backspace in " << c.before;
+    }
+
+    // With the setting off, brackets go in alone.
+    f.settings.setValue(Settings::autoCloseBrackets, false);
+    f.load(QStringLiteral("|"));
+    f.type(QStringLiteral("(\""));
+    EXPECT_EQ(f.shown(), QStringLiteral("(\"|"));
+}
+
+TEST(CodeEditorView, ControlReturnRunsTheWholeStatementAndWalksOn)
+{
+    EditorFixture f;
+    f.load(QStringLiteral("f(\n  x,|\n  y\n)\n\n\nz <- 1\n"));
+    f.press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(f.ran(), QStringList{QStringLiteral("f(\n  x,\n  y\n)")});
+    EXPECT_EQ(f.shown(), QStringLiteral("f(\n  x,\n  y\n)\n\n\n|z <- 1\n"))
+        << "the caret went to the next statement";
+
+    // On a blank line nothing runs, and the caret only moves.
+    f.load(QStringLiteral("a <- 1\n|\n# note\n  b <- 2\n"));
+    f.press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(f.ran().size(), 1);
+    EXPECT_EQ(f.shown(), QStringLiteral("a <- 1\n\n# note\n  |b <- 2\n"));
+
+    // The last statement leaves the caret at the end of the text.
+    f.press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("b <- 2"));
+    EXPECT_EQ(f.caret(), f.text().size());
+
+    // A selection runs as it stands, and the caret stays.
+    f.load(QStringLiteral("x <- |1 + 2| * 3"));
+    f.press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("1 + 2"));
+    EXPECT_EQ(f.shown(), QStringLiteral("x <- |1 + 2| * 3"));
+    EXPECT_EQ(f.controller()->selectedCode().startLine, 1);
+
+    // In R Markdown a fence or prose runs nothing; the caret moves to the next code line.
+    f.session()->setLanguage(RSourceLanguage::rMarkdown);
+    f.load(QStringLiteral("# Title\n|Some prose.\n```{r}\nm <- 2\n```\n"));
+    const qsizetype before = f.ran().size();
+    f.press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(f.ran().size(), before);
+    EXPECT_EQ(f.shown(), QStringLiteral("# Title\nSome prose.\n```{r}\n|m <- 2\n```\n"));
+    f.press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("m <- 2"));
+}
+
+TEST(CodeEditorView, SectionsChunksAndTheTextUpToTheCaretRunAsTheyShould)
+{
+    EditorFixture f;
+    f.load(QStringLiteral("a <- 1\n# Load ----\nb <- 2\n|c <- 3\n# Plot ----\nd <- 4\n"));
+    EXPECT_EQ(f.controller()->currentSection().startLine, 2);
+    f.press(Qt::Key_Return, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("# Load ----\nb <- 2\nc <- 3"));
+    f.press(Qt::Key_B, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("a <- 1\n# Load ----\nb <- 2\nc <- 3"));
+    f.press(Qt::Key_Return, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("a <- 1\n# Load ----\nb <- 2\nc <- 3\n# Plot ----\nd <- 4"));
+
+    f.session()->setLanguage(RSourceLanguage::rMarkdown);
+    f.load(QStringLiteral(
+        "---\ntitle: t\n---\n```{r}\nx <- 1\n```\nText\n```{r, echo=FALSE}\ny <- 2\n|z <- 3\nw "
+        "<- 4\n```\n```{python}\nprint(1)\n```\n"));
+    const qsizetype before = f.ran().size();
+    f.press(Qt::Key_B, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_EQ(f.controller()->textUpToCursor().startLine, 5);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("x <- 1\ny <- 2\nz <- 3"));
+    f.press(Qt::Key_Return, Qt::ControlModifier | Qt::AltModifier);
+    EXPECT_EQ(f.ran().last(), QStringLiteral("y <- 2\nz <- 3\nw <- 4"));
+    f.press(Qt::Key_Return, Qt::ControlModifier | Qt::ShiftModifier);
+    // Each R chunk runs on its own; the Python chunk not at all.
+    const QStringList ran = f.ran().mid(before);
+    EXPECT_EQ(ran.mid(ran.size() - 2),
+              (QStringList{QStringLiteral("x <- 1"), QStringLiteral("y <- 2\nz <- 3\nw <- 4")}));
+}
+
+TEST(CodeEditorView, UndoTakesBackOneStructuralEditInOneStep)
+{
+    EditorFixture f;
+    f.load(QStringLiteral("|a <- 1\nb <- 2|\n"));
+    f.press(Qt::Key_Slash, Qt::ControlModifier);
+    EXPECT_EQ(f.text(), QStringLiteral("# a <- 1\n# b <- 2\n"));
+    f.editor()->undo();
+    EXPECT_EQ(f.text(), QStringLiteral("a <- 1\nb <- 2\n"));
+
+    f.load(QStringLiteral("x|"));
+    f.type(QStringLiteral("("));
+    EXPECT_EQ(f.text(), QStringLiteral("x()"));
+    f.editor()->undo();
+    EXPECT_EQ(f.text(), QStringLiteral("x"));
+
+    f.load(QStringLiteral("f <- function() {|}"));
+    f.press(Qt::Key_Return);
+    EXPECT_EQ(f.text(), QStringLiteral("f <- function() {\n  \n}"));
+    f.editor()->undo();
+    EXPECT_EQ(f.text(), QStringLiteral("f <- function() {}"));
+
+    f.load(QStringLiteral("|a\nb|"));
+    f.press(Qt::Key_BracketRight, Qt::ControlModifier);
+    EXPECT_EQ(f.text(), QStringLiteral("  a\n  b"));
+    f.editor()->undo();
+    EXPECT_EQ(f.text(), QStringLiteral("a\nb"));
+
+    f.load(QStringLiteral("x|"));
+    f.press(Qt::Key_Minus, Qt::AltModifier, QStringLiteral("-"));
+    EXPECT_EQ(f.shown(), QStringLiteral("x <- |"));
+    f.press(Qt::Key_M, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(f.shown(), QStringLiteral("x <- |> |"));
+    f.editor()->undo();
+    EXPECT_EQ(f.text(), QStringLiteral("x <- "));
+    f.editor()->undo();
+    EXPECT_EQ(f.text(), QStringLiteral("x"));
+    EXPECT_FALSE(f.editor()->document()->isUndoAvailable()) << "a loaded text starts a fresh history";
+}
+
+TEST(CodeEditorView, StylingFollowsEditsAndTheTextStaysInStep)
+{
+    EditorFixture f;
+    QString script;
+    for (int i = 0; i < 300; ++i)
+        script += QStringLiteral("x%1 <- c(%1, \"s\") # note\n").arg(i);
+    QString bound;
+    f.session()->textBinding = [&bound](const QString &text) { bound = text; };
+    f.load(script);
+    QTextDocument *document = f.editor()->document();
+    const EditorTheme &theme = f.session()->theme();
+    const int line200 = document->findBlockByNumber(200).position();
+    EXPECT_EQ(formatAt(document, line200 + 16), theme.format(RTokenKind::string));
+    EXPECT_EQ(formatAt(document, line200 + 20), theme.format(RTokenKind::comment));
+
+    // An opened quote turns the rest of the file into a string; closing it restores the colours.
+    const int line100 = document->findBlockByNumber(100).position();
+    f.session()->setSelection(line100);
+    f.press(Qt::Key_QuoteDbl, Qt::NoModifier, QStringLiteral("\""));
+    EXPECT_EQ(f.text().mid(line100, 2), QStringLiteral("\"x")) << "a quote before a name goes in alone";
+    EXPECT_EQ(formatAt(document, document->findBlockByNumber(200).position() + 1),
+              theme.format(RTokenKind::string))
+        << "every quote after it now opens where one closed before";
+    f.press(Qt::Key_Backspace);
+    EXPECT_EQ(formatAt(document, line200 + 20), theme.format(RTokenKind::comment));
+    EXPECT_TRUE(f.session()->model().isClean());
+
+    // Random edits, undo and redo, pasted CRLF text: the session's text is always the document's.
+    QRandomGenerator random(7);
+    for (int step = 0; step < 200; ++step) {
+        QTextCursor cursor(document);
+        const int length = document->characterCount() - 1;
+        cursor.setPosition(int(random.bounded(length + 1)));
+        cursor.setPosition(std::min(length, cursor.position() + int(random.bounded(30))),
+                           QTextCursor::KeepAnchor);
+        const QStringList pieces{QStringLiteral("(\n"), QStringLiteral("\"a\r\nb"), QString(),
+                                 QStringLiteral("é\u2028x"), QStringLiteral("}\n\n")};
+        if (step % 7 == 3)
+            f.editor()->undo();
+        else if (step % 11 == 5)
+            f.editor()->redo();
+        else
+            cursor.insertText(pieces[step % pieces.size()]);
+        QString expected = document->toRawText();
+        expected.replace(QChar::ParagraphSeparator, u'\n');
+        ASSERT_EQ(f.session()->text(), expected) << "after step " << step;
+    }
+    TestSupport::waitUntil([&] { return bound == f.session()->text(); }, std::chrono::seconds(2));
+    EXPECT_EQ(bound, f.session()->text()) << "the binding gets the text after the burst";
+    EXPECT_EQ(f.session()->lastSyncedText(), bound);
+}
+
+TEST(CodeEditorView, BracketsBreakpointsNamesAndTheJumpBar)
+{
+    EditorFixture f;
+    f.load(QStringLiteral("my.var_1 <- list(a = 1)\nf <- function(x) {\n  x\n}\n# Plot ----\n"));
+    f.session()->setSelection(16);
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return f.session()->bracketPair().has_value(); }));
+    EXPECT_EQ(*f.session()->bracketPair(), (std::pair<qsizetype, qsizetype>{16, 22}));
+
+    EXPECT_EQ(f.session()->nameRange(3), (RTextRange{0, 8})) << "a dotted, underscored name is one word";
+
+    f.session()->toggleBreakpoint(2);
+    f.session()->toggleBreakpoint(4);
+    QTextCursor(f.editor()->document()).insertText(QStringLiteral("\n"));
+    EXPECT_EQ(f.session()->breakpoints(), (std::set<qsizetype>{3, 5})) << "marks move with their lines";
+    f.session()->toggleBreakpoint(3);
+    EXPECT_EQ(f.session()->breakpoints(), (std::set<qsizetype>{5}));
+
+    f.pane->jumpBar()->refresh();
+    ASSERT_EQ(f.pane->jumpBar()->items().size(), 2);
+    EXPECT_EQ(f.pane->jumpBar()->items()[0].title, QStringLiteral("f"));
+    f.pane->jumpBar()->activated(1);
+    EXPECT_EQ(f.editor()->textCursor().blockNumber(), 5);
+
+    // Find and replace.
+    f.pane->findBar()->open(true);
+    f.pane->findBar()->findField()->setText(QStringLiteral("x"));
+    f.pane->findBar()->replaceField()->setText(QStringLiteral("value"));
+    EXPECT_EQ(f.pane->findBar()->replaceAll(), 2);
+    EXPECT_TRUE(f.text().contains(QStringLiteral("function(value) {\n  value\n}")));
+    f.editor()->undo();
+    EXPECT_TRUE(f.text().contains(QStringLiteral("function(x) {\n  x\n}"))) << "replace all is one undo step";
+}
+
+TEST(CodeEditorView, ConsoleReturnSubmitsOnlyCompleteInput)
+{
+    QTemporaryDir dir;
+    QStandardPaths::setTestModeEnabled(true);
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    Workspace workspace(settings);
+    workspace.persistsHistory = false;
+    MainWindow window(workspace, settings);
+    window.show();
+    ConsoleInput *input = window.console()->input();
+    auto press = [input](int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier,
+                         const QString &text = {}) {
+        QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
+        QApplication::sendEvent(input, &event);
+    };
+    for (const QChar c : QStringLiteral("f(1,"))
+        press(c.unicode(), Qt::NoModifier, QString(c));
+    EXPECT_EQ(input->toPlainText(), QStringLiteral("f(1,)"));
+    input->moveCursor(QTextCursor::End);
+    input->textCursor().deletePreviousChar();
+    press(Qt::Key_Return);
+    EXPECT_TRUE(workspace.history().isEmpty()) << "an open call is not submitted";
+    EXPECT_EQ(input->toPlainText(), QStringLiteral("f(1,\n  "));
+    for (const QChar c : QStringLiteral("2)"))
+        press(c.unicode(), Qt::NoModifier, QString(c));
+    press(Qt::Key_Return);
+    ASSERT_EQ(workspace.history().size(), 1);
+    EXPECT_EQ(workspace.history().last().code, QStringLiteral("f(1,\n  2)"));
+    EXPECT_TRUE(input->toPlainText().isEmpty());
+
+    // Ctrl+Return submits whatever is there; an open string keeps Return for a new line.
+    input->setPlainText(QStringLiteral("'abc"));
+    input->moveCursor(QTextCursor::End);
+    press(Qt::Key_Return);
+    EXPECT_EQ(workspace.history().size(), 1);
+    press(Qt::Key_Return, Qt::ControlModifier);
+    EXPECT_EQ(workspace.history().size(), 2);
+
+    // The input is coloured like a script.
+    input->setPlainText(QStringLiteral("x <- \"s\""));
+    const QTextCharFormat format = formatAt(input->document(), 6);
+    EXPECT_EQ(format, input->session()->theme().format(RTokenKind::string));
+}
+
+TEST(CodeEditorView, SettingsReachTheEditor)
+{
+    EditorFixture f;
+    f.settings.setValue(Settings::tabWidth, 4);
+    f.load(QStringLiteral("a|"));
+    f.press(Qt::Key_Tab);
+    EXPECT_EQ(f.shown(), QStringLiteral("a   |"));
+    f.load(QStringLiteral("f({|})"));
+    f.press(Qt::Key_Return);
+    EXPECT_EQ(f.shown(), QStringLiteral("f({\n    |\n})"));
+
+    f.settings.setValue(Settings::editorFontSize, 20.0);
+    EXPECT_DOUBLE_EQ(f.editor()->font().pointSizeF(), 20.0);
+    f.settings.setValue(Settings::wrapLines, true);
+    EXPECT_EQ(f.editor()->lineWrapMode(), QPlainTextEdit::WidgetWidth);
+    const int withNumbers = f.editor()->gutterWidth();
+    f.settings.setValue(Settings::showLineNumbers, false);
+    EXPECT_LT(f.editor()->gutterWidth(), withNumbers) << "the gutter keeps room for breakpoints only";
+}
+
+TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile)
+{
+    EditorFixture f;
+    const QString path = f.dir.filePath(QStringLiteral("it's.R"));
+    {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("x <- 1\n");
+    }
+    DocumentStore &store = f.workspace->documents();
+    store.open(path);
+    EditorDocument *document = store.script(path);
+    ASSERT_NE(document, nullptr);
+    ScriptEditorView view(*f.workspace, *document);
+    view.show();
+    CodeEditor *editor = view.editor();
+    EXPECT_EQ(editor->toPlainText(), QStringLiteral("x <- 1\n"));
+
+    editor->moveCursor(QTextCursor::End);
+    for (const QChar c : QStringLiteral("y <- 2")) {
+        QKeyEvent press(QEvent::KeyPress, 0, Qt::NoModifier, QString(c));
+        QApplication::sendEvent(editor, &press);
+    }
+    EXPECT_EQ(document->text(), QStringLiteral("x <- 1\ny <- 2")) << "typing reaches the document at once";
+    view.editor()->session()->toggleBreakpoint(1);
+    EXPECT_EQ(document->breakpoints(), QSet<int>{2}) << "documents count lines from one";
+
+    // Source saves first, then sources the file with its encoding; the quote in the path survives.
+    QKeyEvent source(QEvent::KeyPress, Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+    QApplication::sendEvent(editor, &source);
+    EXPECT_FALSE(document->needsSave());
+    ASSERT_FALSE(f.ran().isEmpty());
+    EXPECT_EQ(f.ran().last(), QStringLiteral("source(\"%1\", encoding = \"UTF-8\")").arg(path));
+
+    // Text replaced from outside shows in the editor.
+    document->replaceText(QStringLiteral("z <- 3\n"));
+    EXPECT_EQ(editor->toPlainText(), QStringLiteral("z <- 3\n"));
+
+    // An R Markdown document knits instead.
+    const QString report = f.dir.filePath(QStringLiteral("report.Rmd"));
+    {
+        QFile file(report);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("# Report\n```{r}\n1 + 1\n```\n");
+    }
+    store.open(report);
+    ScriptEditorView reportView(*f.workspace, *store.script(report));
+    EXPECT_EQ(reportView.editor()->session()->language(), RSourceLanguage::rMarkdown);
+    QApplication::sendEvent(reportView.editor(), &source);
+    if (ToolLocator::pandocDirectory()) {
+        EXPECT_EQ(f.ran().last(),
+                  QStringLiteral("browseURL(rmarkdown::render(\"%1\", envir = new.env(parent = globalenv()), "
+                                 "quiet = TRUE))")
+                      .arg(report));
+    }
+}

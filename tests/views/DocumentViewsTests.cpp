@@ -1,0 +1,152 @@
+// The document tabs, the plain editor bound to a document, the outside-change bar and the file
+// tree in the main window, offscreen.
+#include "App/Settings.h"
+#include "App/Views/MainWindow.h"
+#include "App/Workspace.h"
+#include "Documents/DocumentStore.h"
+#include "Documents/Views/DocumentTabs.h"
+#include "Documents/Views/PlainTextEditorView.h"
+#include "Documents/Views/ScriptPane.h"
+#include "Files/FileTreeModel.h"
+#include "Files/Views/FileTreeView.h"
+#include "TestSupport.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <QTabBar>
+#include <QTemporaryDir>
+#include <QTreeView>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct DocumentWindow {
+    QTemporaryDir dir;
+    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
+    std::unique_ptr<Workspace> workspace;
+    std::unique_ptr<MainWindow> window;
+    QList<Workspace::Alert> alerts;
+
+    DocumentWindow()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        workspace = std::make_unique<Workspace>(settings);
+        workspace->persistsHistory = false;
+        window = std::make_unique<MainWindow>(*workspace, settings);
+        store().presentAlert = [this](const Workspace::Alert &alert) { alerts.append(alert); };
+        window->show();
+    }
+    DocumentStore &store() { return workspace->documents(); }
+    DocumentTabs &tabs() { return *window->documentTabs(); }
+    QString file(const QString &name, const QByteArray &bytes)
+    {
+        QFile out(dir.filePath(name));
+        EXPECT_TRUE(out.open(QIODevice::WriteOnly));
+        out.write(bytes);
+        return dir.filePath(name);
+    }
+};
+
+} // namespace
+
+TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
+{
+    DocumentWindow f;
+    EditorDocument *a = f.store().newScript(QStringLiteral("a <- 1\n"));
+    f.store().open(f.file(QStringLiteral("b.R"), "b <- 2\n"));
+    ASSERT_EQ(f.tabs().count(), 2);
+    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("Untitled"));
+    EXPECT_EQ(f.tabs().tabText(1), QStringLiteral("b.R"));
+    EXPECT_EQ(f.tabs().currentIndex(), 1);
+
+    // Typing goes into the document, and the tab gets its mark.
+    f.tabs().setCurrentIndex(0);
+    EXPECT_EQ(f.store().selectedID(), a->id());
+    auto *editor = f.tabs().editorView(a->id())->findChild<QPlainTextEdit *>();
+    if (!editor)
+        editor = qobject_cast<QPlainTextEdit *>(f.tabs().editorView(a->id()));
+    ASSERT_NE(editor, nullptr);
+    editor->moveCursor(QTextCursor::End);
+    for (const QChar c : QStringLiteral("b <- a")) {
+        QKeyEvent press(QEvent::KeyPress, 0, Qt::NoModifier, QString(c));
+        QApplication::sendEvent(editor, &press);
+    }
+    EXPECT_EQ(a->text(), QStringLiteral("a <- 1\nb <- a"));
+    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("● Untitled"));
+
+    // The close button asks; "Don’t Save" takes the tab away.
+    emit f.tabs().tabCloseRequested(0);
+    ASSERT_EQ(f.alerts.size(), 1);
+    f.alerts.takeLast().onChoice(2);
+    EXPECT_EQ(f.tabs().count(), 1);
+    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("b.R"));
+}
+
+TEST(DocumentViews, OutsideChangesShowTheBarAndReloadsReachTheEditor)
+{
+    DocumentWindow f;
+    const QString path = f.file(QStringLiteral("s.R"), "one\n");
+    f.store().open(path);
+    EditorDocument *document = f.store().script(path);
+    auto *pane = qobject_cast<ScriptPane *>(f.tabs().page(document->id()));
+    ASSERT_NE(pane, nullptr);
+    auto *editor = pane->editor()->findChild<QPlainTextEdit *>();
+    if (!editor)
+        editor = qobject_cast<QPlainTextEdit *>(pane->editor());
+    EXPECT_FALSE(pane->changedBar()->isVisibleTo(pane));
+    EXPECT_EQ(pane->formatLabel()->text(), QStringLiteral("Saved as UTF-8 with LF, like the file on disk"));
+
+    document->setText(QStringLiteral("mine\n"));
+    {
+        QFile out(path);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+        out.write("theirs, longer\n");
+    }
+    f.store().checkDisk();
+    EXPECT_TRUE(pane->changedBar()->isVisibleTo(pane));
+    pane->reloadButton()->click();
+    EXPECT_EQ(editor->toPlainText(), QStringLiteral("theirs, longer\n"));
+    EXPECT_FALSE(pane->changedBar()->isVisibleTo(pane));
+
+    ASSERT_TRUE(QFile::remove(path));
+    f.store().checkDisk();
+    EXPECT_TRUE(pane->deletedWarning()->isVisibleTo(pane));
+    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("● s.R")) << "a deleted file needs saving";
+}
+
+TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
+{
+    DocumentWindow f;
+    EXPECT_FALSE(f.window->fileTree()->tree()->isVisibleTo(f.window.get())) << "no project, no tree";
+    QStringList titles;
+    for (QAction *menu : f.window->menuBar()->actions())
+        if (menu->menu())
+            for (QAction *action : menu->menu()->actions())
+                titles.append(action->text());
+    for (const char *expected : {"New Script", "Open File…", "Save", "Save As…", "Save All", "Close Tab"})
+        EXPECT_TRUE(titles.contains(QString::fromUtf8(expected))) << expected;
+
+    // A name the rules refuse is asked for again, with the reason shown.
+    f.workspace->files().setRootPath(f.dir.path());
+    EXPECT_TRUE(f.window->fileTree()->tree()->isVisibleTo(f.window.get()));
+    f.file(QStringLiteral("taken.R"), "x\n");
+    QStringList answers = {QStringLiteral("Taken.R"), QStringLiteral("fresh.R")};
+    QStringList refusals;
+    f.window->fileTree()->askName = [&](const QString &, const QString &) -> std::optional<QString> {
+        if (answers.isEmpty())
+            return std::nullopt;
+        return answers.takeFirst();
+    };
+    f.window->fileTree()->showRefusal = [&](const QString &message) { refusals.append(message); };
+    f.window->fileTree()->newFile();
+    EXPECT_EQ(refusals, QStringList{QStringLiteral("“Taken.R” already exists. Choose a different name.")});
+    EXPECT_TRUE(QFile::exists(f.dir.filePath(QStringLiteral("fresh.R"))));
+    ASSERT_NE(f.store().script(f.dir.filePath(QStringLiteral("fresh.R"))), nullptr) << "a new file opens";
+}
