@@ -8,6 +8,7 @@
 #include <QMetaObject>
 #include <QPointer>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <mutex>
@@ -118,9 +119,16 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
             if (quickReads >= burstReads)
                 flooding = true;
             const QByteArrayView bytes(chunk.constData(), n);
-            if (isStdout)
-                shared->deliver(asStdout(parser.feed(bytes)));
-            else
+            if (isStdout) {
+                QList<RStreamEvent> events = parser.feed(bytes);
+                // A prompt means R waits for us: no flood, and the next answer must not wait.
+                if (std::any_of(events.cbegin(), events.cend(),
+                                [](const RStreamEvent &e) { return e.kind == RStreamEvent::Kind::Prompt; })) {
+                    flooding = false;
+                    quickReads = 0;
+                }
+                shared->deliver(asStdout(std::move(events)));
+            } else
                 shared->deliver({RProcessEvent::makeStderr(QString::fromUtf8(bytes))});
         } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
             ::close(fd);

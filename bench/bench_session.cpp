@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QTimer>
 
 #include <algorithm>
@@ -15,9 +16,14 @@
 namespace {
 
 // Runs the event loop until `done` is set or the time runs out.
+// Blocks in the event loop rather than polling, so that a round trip is timed to the event.
 bool waitFor(const bool &done, int timeoutMs = 60000)
 {
-    return TestSupport::waitUntil([&] { return done; }, std::chrono::milliseconds(timeoutMs));
+    QElapsedTimer timer;
+    timer.start();
+    while (!done && timer.elapsed() < timeoutMs)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    return done;
 }
 
 double median(std::vector<double> values)
