@@ -88,7 +88,7 @@ struct DesktopRun {
                 return xdotool(
                     {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("proj — Vesk")});
             },
-            20s);
+            40s);
     }
     QString dataFolder() const { return home.filePath(QStringLiteral("data/Vesk/Vesk")); }
 };
@@ -137,7 +137,8 @@ TEST(SessionRestoreApp, UnsavedTextTabsAndSelectionSurviveSIGKILL)
     run.startVesk(second, {});
     ASSERT_TRUE(second.waitForStarted(5000));
     ASSERT_TRUE(run.windowShown());
-    TestSupport::spin(2s);
+    // Quitting while R still starts would ask first: give R time to be ready on a busy machine.
+    TestSupport::spin(6s);
     ASSERT_TRUE(run.xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("90"),
                              QStringLiteral("click"), QStringLiteral("1")}));
     ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+q")}));
