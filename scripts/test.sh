@@ -69,6 +69,8 @@ step "fuzz" fuzz
 echo
 if ((failed)); then
   echo "Failed steps: ${failures[*]}"
+  # The failing test cases again, so that the last lines of a long log name them.
+  grep -E '^[[:space:]]+[0-9]+ - .*\((Failed|Timeout|SEGFAULT|Subprocess aborted|Child aborted|Exception)' "$summary" || true
 fi
 # One closing line over every test case that ran (both CTest runs), plus the non-CTest steps.
 read -r ctest_total ctest_failed < <(awk '/tests failed out of/ {f += $4; t += $NF} END {print t+0, f+0}' "$summary")

@@ -40,10 +40,12 @@ struct DesktopRun {
     bool startServer()
     {
         // The server picks a free display itself and tells its number on the given descriptor.
+        // -noreset: by default the server resets when its last client goes (the killed Vesk), and
+        // a client that connects during the reset is turned away.
         server.start(tool(QStringLiteral("Xvfb")),
                      {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
                       QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
-                      QStringLiteral("tcp")});
+                      QStringLiteral("tcp"), QStringLiteral("-noreset")});
         if (!server.waitForStarted(5000))
             return false;
         QByteArray number;
@@ -55,7 +57,7 @@ struct DesktopRun {
                 10s))
             return false;
         display = u':' + QString::fromLatin1(number.trimmed());
-        return true;
+        return TestSupport::waitUntil([&] { return xdotool({QStringLiteral("getdisplaygeometry")}); }, 10s);
     }
     QProcessEnvironment environment() const
     {
