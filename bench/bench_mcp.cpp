@@ -4,6 +4,8 @@
 // connection. Prints requests per second and p50/p99 latency.
 //
 // Usage: bench_mcp [seconds per server, default 3] [connections, default 4]
+#include "BenchFigures.h"
+#include "HTTPTestClient.h"
 #include "MCPServer.h"
 
 #include <QCoreApplication>
@@ -11,12 +13,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -41,71 +37,20 @@ struct Figures {
     qint64 failures = 0;
 };
 
-// One keep-alive connection that sends a POST and reads the Content-Length-framed answer.
-class Connection {
-public:
-    explicit Connection(quint16 port)
-    {
-        m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const int one = 1;
-        ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-        timeval timeout{10, 0};
-        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(port);
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        m_ok = ::connect(m_fd, reinterpret_cast<sockaddr *>(&to), sizeof to) == 0;
-    }
-    ~Connection() { ::close(m_fd); }
-
-    // Sends the request; returns the status and the answer's session header, if any.
-    int exchange(const QByteArray &request, QByteArray *body = nullptr, QByteArray *session = nullptr)
-    {
-        if (!m_ok ||
-            ::send(m_fd, request.constData(), size_t(request.size()), MSG_NOSIGNAL) != request.size())
-            return 0;
-        qsizetype end;
-        while ((end = m_in.indexOf("\r\n\r\n")) < 0) {
-            if (!fill())
-                return 0;
-        }
-        const QByteArray head = m_in.left(end).toLower();
-        const int status = head.mid(9, 3).toInt();
-        qsizetype length = 0;
-        for (const QByteArray &line : head.split('\n')) {
-            if (line.startsWith("content-length:"))
-                length = line.mid(15).trimmed().toLongLong();
-            if (session && line.startsWith("mcp-session-id:"))
-                *session =
-                    m_in.mid(m_in.toLower().indexOf("mcp-session-id:") + 15, line.size() - 15).trimmed();
-        }
-        m_in.remove(0, end + 4);
-        while (m_in.size() < length) {
-            if (!fill())
-                return 0;
-        }
-        if (body)
-            *body = m_in.left(length);
-        m_in.remove(0, length);
-        return status;
-    }
-
-private:
-    bool fill()
-    {
-        char buffer[16384];
-        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
-        if (n <= 0)
-            return false;
-        m_in.append(buffer, n);
-        return true;
-    }
-
-    int m_fd = -1;
-    bool m_ok = false;
-    QByteArray m_in;
-};
+// Sends the request on the connection; returns the status, with the body and the answer's session
+// header if asked for.
+int exchange(HTTPTestClient &connection, const QByteArray &request, QByteArray *body = nullptr,
+             QByteArray *session = nullptr)
+{
+    if (!connection.send(request))
+        return 0;
+    const HTTPTestReply reply = connection.read();
+    if (body)
+        *body = reply.body;
+    if (session)
+        *session = reply.header("mcp-session-id").toUtf8();
+    return reply.status;
+}
 
 QByteArray post(const Target &target, const QByteArray &body)
 {
@@ -118,9 +63,10 @@ QByteArray post(const Target &target, const QByteArray &body)
 // Initializes one session and adds its header to the target.
 bool openSession(Target &target)
 {
-    Connection connection(target.port);
+    HTTPTestClient connection(target.port);
     QByteArray session;
-    const int status = connection.exchange(
+    const int status = exchange(
+        connection,
         post(target,
              R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2025-06-18",)"
              R"("capabilities":{},"clientInfo":{"name":"bench","version":"1"}}})"),
@@ -129,7 +75,7 @@ bool openSession(Target &target)
         return false;
     target.headers.append("Mcp-Session-Id: " + session);
     target.headers.append("MCP-Protocol-Version: 2025-06-18");
-    connection.exchange(post(target, R"({"jsonrpc":"2.0","method":"notifications/initialized"})"));
+    exchange(connection, post(target, R"({"jsonrpc":"2.0","method":"notifications/initialized"})"));
     return true;
 }
 
@@ -142,7 +88,7 @@ Figures load(const Target &target, double seconds, int connections)
     std::vector<std::thread> threads;
     for (int c = 0; c < connections; ++c) {
         threads.emplace_back([&, c] {
-            Connection connection(target.port);
+            HTTPTestClient connection(target.port);
             std::vector<double> &mine = latencies[size_t(c)];
             mine.reserve(200000);
             for (qint64 i = 0; !done; ++i) {
@@ -153,7 +99,7 @@ Figures load(const Target &target, double seconds, int connections)
                 const QByteArray request = post(target, body);
                 const auto start = Clock::now();
                 QByteArray answer;
-                const int status = connection.exchange(request, &answer);
+                const int status = exchange(connection, request, &answer);
                 const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
                 if (status != 200 || !answer.contains("hello ")) {
                     ++failures;
@@ -188,20 +134,14 @@ Figures load(const Target &target, double seconds, int connections)
     return f;
 }
 
-void print(const char *name, double value, const char *unit)
-{
-    std::printf("%s: %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
-
 void report(const char *prefix, const Figures &f)
 {
     const QByteArray p(prefix);
-    print(p + "_tools_call_rps", f.requestsPerSecond, "req/s");
-    print(p + "_tools_call_p50", f.p50, "ms");
-    print(p + "_tools_call_p99", f.p99, "ms");
+    printFigure(p + "_tools_call_rps", f.requestsPerSecond, "req/s");
+    printFigure(p + "_tools_call_p50", f.p50, "ms");
+    printFigure(p + "_tools_call_p99", f.p99, "ms");
     if (f.failures)
-        print(p + "_tools_call_failures", double(f.failures), "count");
+        printFigure(p + "_tools_call_failures", double(f.failures), "count");
 }
 
 } // namespace
@@ -273,6 +213,6 @@ int main(int argc, char **argv)
     }
     report("sdk", sdkFigures);
     if (sdkFigures.requestsPerSecond > 0)
-        print("vesk_to_sdk_rps_ratio", vesk.requestsPerSecond / sdkFigures.requestsPerSecond, "x");
+        printFigure("vesk_to_sdk_rps_ratio", vesk.requestsPerSecond / sdkFigures.requestsPerSecond, "x");
     return 0;
 }

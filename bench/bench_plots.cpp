@@ -1,14 +1,14 @@
 // Plots against a real R: from the end of a run that draws a 10,000-point scatter to its picture
 // decoded (the kernel's recording, PNG rendering and geometry, the event, the client's decoding), and
 // a re-render after a resize. Also the client's per-pointer-move hit test over those points.
+#include "BenchFigures.h"
 #include "PlotGeometry.h"
 #include "Session/RSession.h"
+#include "TestSupport.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
-#include <QFileInfo>
 #include <QImage>
 
 #include <algorithm>
@@ -17,34 +17,6 @@
 #include <vector>
 
 namespace {
-
-QString rExecutable()
-{
-    const QString preferred = qEnvironmentVariable("VESK_TEST_R");
-    if (!preferred.isEmpty())
-        return preferred;
-    for (const char *candidate : {"/usr/bin/R", "/usr/local/bin/R"})
-        if (QFileInfo(QString::fromLatin1(candidate)).isExecutable())
-            return QString::fromLatin1(candidate);
-    return QStringLiteral("R");
-}
-
-bool waitFor(const std::function<bool()> &done, int timeoutMs = 60000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    return done();
-}
-
-double median(std::vector<double> values)
-{
-    if (values.empty())
-        return 0;
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 double msSince(const QElapsedTimer &timer)
 {
@@ -91,7 +63,7 @@ struct Bench {
             finished = msSince(clock);
             done = true;
         });
-        waitFor([&] { return done; });
+        TestSupport::waitForEvents([&] { return done; });
         return {finished - start, plotShownAt ? *plotShownAt - start : -1};
     }
 
@@ -99,7 +71,7 @@ struct Bench {
     {
         std::optional<RRequestResult> result;
         session.request(name, args, {}, [&](const RRequestResult &r) { result = r; });
-        waitFor([&] { return result.has_value(); });
+        TestSupport::waitForEvents([&] { return result.has_value(); });
         return result.value_or(RRequestResult(RSessionError::noResponse()));
     }
 };
@@ -110,8 +82,8 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     Bench b;
-    b.session.start(rExecutable(), QDir::tempPath(), QStringLiteral(VESK_BINARY_DIR "/Resources/kernel.R"));
-    if (!waitFor([&] { return b.session.status().kind == RSessionStatus::Kind::Idle; })) {
+    b.session.start(TestSupport::rExecutable(), QDir::tempPath(), TestSupport::kernelScript());
+    if (!TestSupport::waitForEvents([&] { return b.session.status().kind == RSessionStatus::Kind::Idle; })) {
         std::fprintf(stderr, "R did not start\n");
         return 1;
     }

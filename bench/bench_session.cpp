@@ -1,12 +1,12 @@
 // Round trips through RSession and the kernel against a real R, and the kernel's cost of the
 // "state" event: with many small objects, and with one large data frame (which must not matter).
+#include "BenchFigures.h"
 #include "Session/RSession.h"
 #include "TestSupport.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QTimer>
 
 #include <algorithm>
@@ -14,25 +14,6 @@
 #include <vector>
 
 namespace {
-
-// Runs the event loop until `done` is set or the time runs out.
-// Blocks in the event loop rather than polling, so that a round trip is timed to the event.
-bool waitFor(const bool &done, int timeoutMs = 60000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done && timer.elapsed() < timeoutMs)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    return done;
-}
-
-double median(std::vector<double> values)
-{
-    if (values.empty())
-        return 0;
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 ExecResult run(RSession &session, const QString &code)
 {
@@ -42,7 +23,7 @@ ExecResult run(RSession &session, const QString &code)
         result = r;
         done = true;
     });
-    waitFor(done);
+    TestSupport::waitForEvents([&] { return done; });
     return result;
 }
 
@@ -66,7 +47,7 @@ double requestRoundTripMs(RSession &session, const QString &name, const QList<RA
         QElapsedTimer timer;
         timer.start();
         session.request(name, args, {}, [&](const RRequestResult &) { done = true; });
-        waitFor(done);
+        TestSupport::waitForEvents([&] { return done; });
         times.push_back(timer.nsecsElapsed() / 1e6);
     }
     return median(times);
@@ -85,12 +66,6 @@ double stateCostInR(RSession &session)
     return result.output.trimmed().toDouble();
 }
 
-void print(const char *name, double value, const char *unit)
-{
-    std::printf("%s: %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -103,18 +78,18 @@ int main(int argc, char **argv)
         if (session.status().kind == RSessionStatus::Kind::Idle)
             ready = true;
     });
-    if (!waitFor(ready, 30000)) {
+    if (!TestSupport::waitForEvents([&] { return ready; }, std::chrono::seconds(30))) {
         std::fprintf(stderr, "R did not start\n");
         return 1;
     }
 
     execRoundTripMs(session, QStringLiteral("1+1"), 20); // warm-up: byte compilation of the kernel
     requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 20);
-    print("session_exec_roundtrip_median", execRoundTripMs(session, QStringLiteral("1+1"), 200), "ms");
-    print("session_request_roundtrip_median",
-          requestRoundTripMs(session, QStringLiteral("setWidth"), {RArgument(80)}, 200), "ms");
-    print("session_inspect_roundtrip_median",
-          requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 200), "ms");
+    printFigure("session_exec_roundtrip_median", execRoundTripMs(session, QStringLiteral("1+1"), 200), "ms");
+    printFigure("session_request_roundtrip_median",
+                requestRoundTripMs(session, QStringLiteral("setWidth"), {RArgument(80)}, 200), "ms");
+    printFigure("session_inspect_roundtrip_median",
+                requestRoundTripMs(session, QStringLiteral("inspect"), {RArgument("mtcars")}, 200), "ms");
 
     // 1,000 objects of the usual kinds: vectors, strings, data frames, functions, lists, scalars.
     run(session,
@@ -122,17 +97,17 @@ int main(int argc, char **argv)
             "local({ set.seed(1); for (i in 1:1000) assign(sprintf(\"obj%04d\", i),\n"
             "  switch(i %% 6 + 1, runif(100), letters, data.frame(a = 1:10, b = letters[1:10]),\n"
             "         eval(bquote(function(x) x + .(i))), list(1, \"a\"), i), envir = globalenv()) })"));
-    print("kernel_state_1000_objects", stateCostInR(session), "ms");
-    print("session_exec_roundtrip_1000_objects_median", execRoundTripMs(session, QStringLiteral("1+1"), 50),
-          "ms");
+    printFigure("kernel_state_1000_objects", stateCostInR(session), "ms");
+    printFigure("session_exec_roundtrip_1000_objects_median",
+                execRoundTripMs(session, QStringLiteral("1+1"), 50), "ms");
 
     // One large data frame and a long character vector: the cost must not follow their size.
     run(session,
         QStringLiteral("rm(list = ls()); big <- data.frame(x = runif(1e6), y = sample(letters, 1e6, TRUE),\n"
                        "  z = as.character(seq_len(1e6))); words <- as.character(seq_len(1e7))"));
-    print("kernel_state_large_frame_1e6_rows", stateCostInR(session), "ms");
+    printFigure("kernel_state_large_frame_1e6_rows", stateCostInR(session), "ms");
     run(session, QStringLiteral("rm(list = ls())"));
-    print("kernel_state_empty", stateCostInR(session), "ms");
+    printFigure("kernel_state_empty", stateCostInR(session), "ms");
 
     // How long an interrupted Sys.sleep(60) takes to come back.
     std::vector<double> latencies;
@@ -142,14 +117,14 @@ int main(int argc, char **argv)
                             [&](const ExecResult &) { done = true; });
         bool slept = false;
         QTimer::singleShot(200, [&] { slept = true; });
-        waitFor(slept);
+        TestSupport::waitForEvents([&] { return slept; });
         QElapsedTimer timer;
         timer.start();
         session.interrupt();
-        waitFor(done);
+        TestSupport::waitForEvents([&] { return done; });
         latencies.push_back(timer.nsecsElapsed() / 1e6);
     }
-    print("session_interrupt_latency_median", median(latencies), "ms");
+    printFigure("session_interrupt_latency_median", median(latencies), "ms");
     session.shutDown();
     return 0;
 }

@@ -1,5 +1,7 @@
 // The same flooding scripts through `vesk --batch` and through Rscript: the wall-time ratio, and
 // the peak resident memory of vesk, also with ten times the output.
+#include "BenchFigures.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -89,12 +91,6 @@ Outcome median(std::vector<Outcome> outcomes)
     return outcomes[outcomes.size() / 2];
 }
 
-void report(const char *name, double value, const char *unit)
-{
-    std::printf("%s: %.3f %s\n", name, value, unit);
-    std::fflush(stdout);
-}
-
 } // namespace
 
 int main()
@@ -138,17 +134,18 @@ int main()
         for (const Outcome &each : vs)
             runPeak = std::max(runPeak, each.peakMB);
         const QByteArray prefix = QByteArray(script.name);
-        report((prefix + "_rscript_wall").constData(), r.seconds, "s");
-        report((prefix + "_vesk_wall").constData(), v.seconds, "s");
-        report((prefix + "_wall_ratio").constData(), r.seconds > 0 ? v.seconds / r.seconds : 0, "x");
-        report((prefix + "_rscript_piped_wall").constData(), p.seconds, "s");
-        report((prefix + "_wall_ratio_vs_piped").constData(), p.seconds > 0 ? v.seconds / p.seconds : 0, "x");
-        report((prefix + "_vesk_peak_rss").constData(), runPeak, "MB");
+        printFigure((prefix + "_rscript_wall").constData(), r.seconds, "s");
+        printFigure((prefix + "_vesk_wall").constData(), v.seconds, "s");
+        printFigure((prefix + "_wall_ratio").constData(), r.seconds > 0 ? v.seconds / r.seconds : 0, "x");
+        printFigure((prefix + "_rscript_piped_wall").constData(), p.seconds, "s");
+        printFigure((prefix + "_wall_ratio_vs_piped").constData(), p.seconds > 0 ? v.seconds / p.seconds : 0,
+                    "x");
+        printFigure((prefix + "_vesk_peak_rss").constData(), runPeak, "MB");
         if (v.status != 0)
             std::fprintf(stderr, "vesk --batch exited with %d on %s\n", v.status, script.name);
         peak = std::max(peak, runPeak);
     }
-    report("vesk_peak_rss", peak, "MB");
+    printFigure("vesk_peak_rss", peak, "MB");
 
     const Script large[] = {
         {"print10x", QStringLiteral("print(1:1e7)\n")},
@@ -159,10 +156,10 @@ int main()
         const QString path =
             writeScript(dir, QString::fromLatin1(script.name) + QStringLiteral(".R"), script.code);
         const Outcome v = runProgram({vesk, QStringLiteral("--batch"), path});
-        report((QByteArray(script.name) + "_vesk_wall").constData(), v.seconds, "s");
-        report((QByteArray(script.name) + "_vesk_peak_rss").constData(), v.peakMB, "MB");
+        printFigure((QByteArray(script.name) + "_vesk_wall").constData(), v.seconds, "s");
+        printFigure((QByteArray(script.name) + "_vesk_peak_rss").constData(), v.peakMB, "MB");
         largePeak = std::max(largePeak, v.peakMB);
     }
-    report("vesk_peak_rss_10x", largePeak, "MB");
+    printFigure("vesk_peak_rss_10x", largePeak, "MB");
     return 0;
 }

@@ -1,6 +1,7 @@
 // ConsoleModel: cells, batching into bounded stretches, notes, changes and transcripts.
 #include "Console/ConsoleModel.h"
 #include "TestSupport.h"
+#include "WorkspaceTestSupport.h"
 
 #include <QLocale>
 
@@ -25,16 +26,6 @@ ExecResult failed(const QString &message)
     ExecResult result;
     result.error = RErrorInfo{message, std::nullopt, {}, false};
     return result;
-}
-
-REnvObject object(const QString &name, double length)
-{
-    REnvObject o;
-    o.name = name;
-    o.kind = REnvObject::Kind::Value;
-    o.classes = {QStringLiteral("numeric")};
-    o.length = length;
-    return o;
 }
 
 } // namespace
@@ -196,11 +187,12 @@ TEST(ConsoleModelCells, AttachMergesChangesWithinOneRun)
     EXPECT_TRUE(model.cells().last().changes.isEmpty()) << "only cells of an execution take changes";
 
     model.begin(QStringLiteral("r1"), QStringLiteral("x <- 1; y <- 2; rm(y)"), ExecOrigin::console());
-    const auto added =
-        WorkspaceChange::diff({}, {object(QStringLiteral("x"), 1), object(QStringLiteral("y"), 1)});
+    const auto added = WorkspaceChange::diff(
+        {}, {numericValue(QStringLiteral("x"), 1), numericValue(QStringLiteral("y"), 1)});
     model.attach(added);
-    model.attach(WorkspaceChange::diff({object(QStringLiteral("x"), 1), object(QStringLiteral("y"), 1)},
-                                       {object(QStringLiteral("x"), 3)}));
+    model.attach(
+        WorkspaceChange::diff({numericValue(QStringLiteral("x"), 1), numericValue(QStringLiteral("y"), 1)},
+                              {numericValue(QStringLiteral("x"), 3)}));
     const QList<WorkspaceChange> &changes = model.cells().last().changes;
     ASSERT_EQ(changes.size(), 1) << "y came and went";
     EXPECT_EQ(changes[0].name, QStringLiteral("x"));

@@ -28,16 +28,6 @@ SessionEvent exited(const QString &reason, bool byQuitting)
     return event;
 }
 
-REnvObject value(const QString &name, double length)
-{
-    REnvObject object;
-    object.name = name;
-    object.kind = REnvObject::Kind::Value;
-    object.classes = {QStringLiteral("numeric")};
-    object.length = length;
-    return object;
-}
-
 } // namespace
 
 TEST(WorkspaceLifecycle, CrashLimitCountsRestartsWithinAMinute)
@@ -112,7 +102,7 @@ TEST(WorkspaceLifecycle, StateEventsAttachChangesAndUpdateTheEnvironment)
     SessionEvent state;
     state.kind = SessionEvent::Kind::State;
     state.state.wd = QStringLiteral("/tmp");
-    state.state.env = {value(QStringLiteral("x"), 3)};
+    state.state.env = {numericValue(QStringLiteral("x"), 3)};
     w.handle(state); // the first snapshot is not current yet: nothing to compare
     EXPECT_EQ(w.environment().size(), 1);
     EXPECT_EQ(w.workingDirectory(), QStringLiteral("/tmp"));
@@ -122,7 +112,7 @@ TEST(WorkspaceLifecycle, StateEventsAttachChangesAndUpdateTheEnvironment)
     started.id = QStringLiteral("r1");
     started.code = QStringLiteral("x <- 1:5");
     w.handle(started);
-    state.state.env = {value(QStringLiteral("x"), 5)};
+    state.state.env = {numericValue(QStringLiteral("x"), 5)};
     w.handle(state);
     ASSERT_EQ(w.console().cells().last().changes.size(), 1);
     EXPECT_EQ(w.console().cells().last().changes[0].detail, QStringLiteral("length 3 → 5"));
@@ -130,7 +120,7 @@ TEST(WorkspaceLifecycle, StateEventsAttachChangesAndUpdateTheEnvironment)
     f.settings->setValue(Settings::showWorkspaceChanges, false);
     started.id = QStringLiteral("r2");
     w.handle(started);
-    state.state.env = {value(QStringLiteral("x"), 7)};
+    state.state.env = {numericValue(QStringLiteral("x"), 7)};
     w.handle(state);
     EXPECT_TRUE(w.console().cells().last().changes.isEmpty());
 
@@ -202,7 +192,7 @@ TEST(WorkspaceCommands, PlotAreaSizesAndClearWorkspaceAlert)
     w.presentAlert = [&](const Workspace::Alert &alert) { shown = alert; };
     SessionEvent state;
     state.kind = SessionEvent::Kind::State;
-    state.state.env = {value(QStringLiteral("x"), 1), value(QStringLiteral("y"), 1)};
+    state.state.env = {numericValue(QStringLiteral("x"), 1), numericValue(QStringLiteral("y"), 1)};
     w.handle(state);
     w.confirmClearWorkspace();
     ASSERT_TRUE(shown.has_value());

@@ -1,4 +1,5 @@
-// A workspace on a private settings file and application data folder, never the user's.
+// A workspace on a private settings file and application data folder, never the user's, and the
+// objects its environment list is fed with.
 #pragma once
 
 #include "App/Settings.h"
@@ -8,6 +9,17 @@
 #include <QTemporaryDir>
 
 #include <memory>
+
+// A numeric vector of the given length, as the workspace list shows one.
+inline REnvObject numericValue(const QString &name, double length)
+{
+    REnvObject object;
+    object.name = name;
+    object.kind = REnvObject::Kind::Value;
+    object.classes = {QStringLiteral("numeric")};
+    object.length = length;
+    return object;
+}
 
 struct IsolatedWorkspace {
     QTemporaryDir dir;

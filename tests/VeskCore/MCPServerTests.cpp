@@ -1,5 +1,6 @@
 // The tool server over real sockets: the refusals in front of MCP, sessions, batches, cancellation,
 // binding to 127.0.0.1 alone, and clients that misbehave.
+#include "HTTPTestClient.h"
 #include "LoopbackHTTPServer.h"
 #include "MCPDemoTools.h"
 #include "MCPServer.h"
@@ -12,10 +13,6 @@
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <future>
 
@@ -23,101 +20,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct Reply {
-    int status = 0;
-    std::map<QString, QString> headers; // lower-case names
-    QByteArray body;
-    QString header(const char *name) const
-    {
-        const auto it = headers.find(QString::fromLatin1(name));
-        return it == headers.end() ? QString() : it->second;
-    }
-    JSONValue json() const { return JSONValue::parse(QByteArrayView(body)).value_or(JSONValue()); }
-};
-
-// A blocking test client on one socket.
-class Client {
-public:
-    explicit Client(quint16 port, const char *address = "127.0.0.1")
-    {
-        m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(port);
-        ::inet_pton(AF_INET, address, &to.sin_addr);
-        timeval timeout{10, 0};
-        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-        m_connected = ::connect(m_fd, reinterpret_cast<sockaddr *>(&to), sizeof to) == 0;
-    }
-    ~Client() { ::close(m_fd); }
-
-    bool connected() const { return m_connected; }
-    void send(QByteArrayView bytes) { (void)::send(m_fd, bytes.data(), size_t(bytes.size()), MSG_NOSIGNAL); }
-    void shutdownWrite() { ::shutdown(m_fd, SHUT_WR); }
-
-    // Reads one response framed by Content-Length; status 0 if the server closed first.
-    // A response to HEAD has its Content-Length but no body.
-    Reply read(bool head = false)
-    {
-        Reply reply;
-        qsizetype end;
-        while ((end = m_in.indexOf("\r\n\r\n")) < 0) {
-            if (!fill())
-                return reply;
-        }
-        const QList<QByteArray> lines = m_in.left(end).split('\n');
-        reply.status = lines.front().split(' ').value(1).toInt();
-        for (qsizetype i = 1; i < lines.size(); ++i) {
-            const qsizetype colon = lines[i].indexOf(':');
-            reply.headers[QString::fromUtf8(lines[i].left(colon)).toLower()] =
-                QString::fromUtf8(lines[i].mid(colon + 1).trimmed());
-        }
-        m_in.remove(0, end + 4);
-        const qsizetype length = head ? 0 : reply.header("content-length").toLongLong();
-        while (m_in.size() < length) {
-            if (!fill())
-                return Reply{};
-        }
-        reply.body = m_in.left(length);
-        m_in.remove(0, length);
-        return reply;
-    }
-
-    // Whether the server closed the connection within `timeout`, with nothing more sent.
-    bool closedWithin(std::chrono::milliseconds timeout, QByteArray *rest = nullptr)
-    {
-        const auto until = std::chrono::steady_clock::now() + timeout;
-        while (std::chrono::steady_clock::now() < until) {
-            pollfd p{m_fd, POLLIN, 0};
-            if (::poll(&p, 1, 50) <= 0)
-                continue;
-            char buffer[4096];
-            const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
-            if (n <= 0)
-                return true;
-            if (rest)
-                rest->append(buffer, n);
-        }
-        return false;
-    }
-
-    QByteArray pending() const { return m_in; }
-
-private:
-    bool fill()
-    {
-        char buffer[65536];
-        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
-        if (n <= 0)
-            return false;
-        m_in.append(buffer, n);
-        return true;
-    }
-
-    int m_fd = -1;
-    bool m_connected = false;
-    QByteArray m_in;
-};
+using Reply = HTTPTestReply;
+using Client = HTTPTestClient;
 
 QByteArray request(const QByteArray &method, const QByteArray &target, const QByteArray &body,
                    const QList<QByteArray> &headers)

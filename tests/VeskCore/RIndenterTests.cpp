@@ -1,3 +1,4 @@
+#include "CaretMarks.h"
 #include "QStringPrinting.h"
 #include "RIndenter.h"
 
@@ -6,20 +7,12 @@
 namespace {
 
 // Applies Return at the caret marked `|` (or the selection between two `|`) and marks the new caret.
-QString afterReturn(QString text, int tabWidth = 2)
+QString afterReturn(const QString &marked, int tabWidth = 2)
 {
-    const qsizetype caret = text.indexOf(u'|');
-    text.remove(caret, 1);
-    qsizetype end = text.indexOf(u'|');
-    if (end >= 0)
-        text.remove(end, 1);
-    else
-        end = caret;
-    const RSourceSnapshot s(text, RSourceLanguage::r);
-    const RTextEdit edit = RIndenter::newline(s, RTextRange{caret, end - caret}, tabWidth);
-    QString out = edit.applied(text);
-    out.insert(edit.selectionLocation, u'|');
-    return out;
+    const CaretMarked in = withoutMarks(marked);
+    const RSourceSnapshot s(in.text, RSourceLanguage::r);
+    const RTextEdit edit = RIndenter::newline(s, in.selection.value(), tabWidth);
+    return withMarks(edit.applied(in.text), RTextRange{edit.selectionLocation, 0});
 }
 
 RTextEdit edit(const QString &text, RTextRange selection,

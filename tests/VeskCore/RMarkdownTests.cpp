@@ -1,3 +1,4 @@
+#include "CaretMarks.h"
 #include "Outline.h"
 #include "QStringPrinting.h"
 #include "RHighlight.h"
@@ -18,21 +19,11 @@ std::pair<Kind, State> classified(const QString &line, State state = State::text
 }
 
 // Inserts a chunk at the caret `|` (or around the selection between two `|`) and marks the caret.
-QString withChunk(QString text)
+QString withChunk(const QString &marked)
 {
-    const qsizetype caret = text.indexOf(u'|');
-    text.remove(caret, 1);
-    qsizetype end = text.indexOf(u'|');
-    if (end >= 0)
-        text.remove(end, 1);
-    else
-        end = caret;
-    const RTextEdit e = RMarkdownEditing::insertChunk(text, RTextRange{caret, end - caret}, u"```{r}"_qs);
-    QString out = e.applied(text);
-    if (e.selectionLength > 0)
-        out.insert(e.selectionLocation + e.selectionLength, u'|');
-    out.insert(e.selectionLocation, u'|');
-    return out;
+    const CaretMarked in = withoutMarks(marked);
+    const RTextEdit e = RMarkdownEditing::insertChunk(in.text, in.selection.value(), u"```{r}"_qs);
+    return withMarks(e.applied(in.text), RTextRange{e.selectionLocation, e.selectionLength});
 }
 
 } // namespace

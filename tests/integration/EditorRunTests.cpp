@@ -1,14 +1,10 @@
 // The editor's run keys against a real R: what Ctrl+Enter walks through reaches R whole, in order.
-#include "App/Settings.h"
-#include "App/Workspace.h"
 #include "Editor/Views/CodeEditor.h"
 #include "Editor/Views/CodeEditorPane.h"
-#include "TestSupport.h"
+#include "LiveWorkspace.h"
 
 #include <QApplication>
 #include <QKeyEvent>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -29,16 +25,9 @@ QString transcript(const ConsoleModel &console)
 
 TEST(EditorRun, ControlReturnWalksAScriptStatementByStatementInR)
 {
-    QTemporaryDir dir;
-    QStandardPaths::setTestModeEnabled(true);
-    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
-    settings.setValue(Settings::rPath, TestSupport::rExecutable());
-    Workspace workspace(settings);
-    workspace.persistsHistory = false;
-    workspace.kernelPath = TestSupport::kernelScript();
-    workspace.startR();
-    ASSERT_TRUE(TestSupport::waitUntil(
-        [&] { return workspace.session().status().kind == RSessionStatus::Kind::Idle; }, 30s));
+    LiveWorkspace f;
+    ASSERT_TRUE(f.start());
+    Workspace &workspace = f.workspace;
 
     CodeEditorPane pane(&workspace);
     pane.show();

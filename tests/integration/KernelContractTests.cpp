@@ -2,7 +2,7 @@
 // named requests, console input, interrupts, the browser, quitting, and the guarantees around them
 // (no forged frames, UTF-8 intact, inline and file-borne code, no event from a replaced process).
 // Cases share R processes where they can: each start costs a few tenths of a second.
-#include "Session/RSession.h"
+#include "LiveSession.h"
 #include "TestSupport.h"
 
 #include <QDir>
@@ -18,47 +18,7 @@ namespace {
 
 using Kind = SessionEvent::Kind;
 
-struct KernelSession {
-    RSession session;
-    QList<SessionEvent> events;
-
-    KernelSession()
-    {
-        session.onEvent = [this](const SessionEvent &e) { events.append(e); };
-    }
-    bool start(const QString &workingDirectory = QDir::tempPath())
-    {
-        session.start(TestSupport::rExecutable(), workingDirectory, TestSupport::kernelScript());
-        return waitFor(RSessionStatus::Kind::Idle);
-    }
-    bool waitFor(RSessionStatus::Kind kind)
-    {
-        return TestSupport::waitUntil([&] { return session.status().kind == kind; });
-    }
-    ExecResult run(const QString &code, const std::optional<QString> &file = std::nullopt, int line = 1)
-    {
-        std::optional<ExecResult> result;
-        session.enqueueExec(code, ExecOrigin::console(), file, line,
-                            [&](const ExecResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); });
-        return result.value_or(ExecResult{});
-    }
-    RRequestResult request(const QString &name, const QList<RArgument> &args = {},
-                           const RSession::NamedArguments &named = {})
-    {
-        std::optional<RRequestResult> result;
-        session.request(name, args, named, [&](const RRequestResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); });
-        return result.value_or(RRequestResult(RSessionError::noResponse()));
-    }
-    QList<SessionEvent> eventsSince(qsizetype from, Kind kind) const
-    {
-        QList<SessionEvent> out;
-        for (qsizetype i = from; i < events.size(); ++i)
-            if (events[i].kind == kind)
-                out.append(events[i]);
-        return out;
-    }
+struct KernelSession : LiveSession {
     std::optional<RSessionState> lastState() const
     {
         for (qsizetype i = events.size() - 1; i >= 0; --i)

@@ -1,6 +1,7 @@
 // The kernel's plot device against a real R: pages and their events, the geometry it reports for base
 // graphics and ggplot2, re-renders at another size and zoom, removal, and exports to PNG, PDF and SVG.
 #include "App/Settings.h"
+#include "LiveSession.h"
 #include "PlotGeometry.h"
 #include "Plots/PlotExportOptions.h"
 #include "Plots/PlotStore.h"
@@ -22,45 +23,15 @@ namespace {
 
 using Kind = SessionEvent::Kind;
 
-struct PlotSession {
-    RSession session;
-    QList<SessionEvent> plots;
-
-    PlotSession()
-    {
-        session.onEvent = [this](const SessionEvent &e) {
-            if (e.kind == Kind::Plot)
-                plots.append(e);
-        };
-    }
-    bool start()
-    {
-        session.start(TestSupport::rExecutable(), QDir::tempPath(), TestSupport::kernelScript());
-        return TestSupport::waitUntil([&] { return session.status().kind == RSessionStatus::Kind::Idle; });
-    }
-    ExecResult run(const QString &code)
-    {
-        std::optional<ExecResult> result;
-        session.enqueueExec(code, ExecOrigin::console(), std::nullopt, 1,
-                            [&](const ExecResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); }, std::chrono::seconds(60));
-        return result.value_or(ExecResult{});
-    }
-    RRequestResult request(const QString &name, const QList<RArgument> &args = {},
-                           const RSession::NamedArguments &named = {})
-    {
-        std::optional<RRequestResult> result;
-        session.request(name, args, named, [&](const RRequestResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); }, std::chrono::seconds(60));
-        return result.value_or(RRequestResult(RSessionError::noResponse()));
-    }
+struct PlotSession : LiveSession {
+    PlotSession() { timeout = std::chrono::seconds(60); }
     // The plot events of one run.
     QList<SessionEvent> plotsOf(const QString &code)
     {
-        const qsizetype from = plots.size();
+        const qsizetype from = events.size();
         const ExecResult result = run(code);
         EXPECT_TRUE(result.ok) << code.toStdString() << " " << result.output.toStdString();
-        return plots.mid(from);
+        return eventsSince(from, Kind::Plot);
     }
 };
 

@@ -1,50 +1,13 @@
 // RSession's queue and state machine against a real R with the kernel.
-#include "Session/RSession.h"
-#include "TestSupport.h"
-
-#include <QDir>
+#include "LiveSession.h"
 
 #include <gtest/gtest.h>
 
 using namespace std::chrono_literals;
 
-namespace {
-
-struct SessionFixture {
-    RSession session;
-    QList<SessionEvent> events;
-
-    SessionFixture()
-    {
-        session.onEvent = [this](const SessionEvent &e) { events.append(e); };
-    }
-    bool start()
-    {
-        session.start(TestSupport::rExecutable(), QDir::tempPath(), TestSupport::kernelScript());
-        return TestSupport::waitUntil([&] { return session.status().kind == RSessionStatus::Kind::Idle; });
-    }
-    ExecResult run(const QString &code)
-    {
-        std::optional<ExecResult> result;
-        session.enqueueExec(code, ExecOrigin::console(), std::nullopt, 1,
-                            [&](const ExecResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); });
-        return result.value_or(ExecResult{});
-    }
-    RRequestResult request(const QString &name, const QList<RArgument> &args = {})
-    {
-        std::optional<RRequestResult> result;
-        session.request(name, args, {}, [&](const RRequestResult &r) { result = r; });
-        TestSupport::waitUntil([&] { return result.has_value(); });
-        return result.value_or(RRequestResult(RSessionError::noResponse()));
-    }
-};
-
-} // namespace
-
 TEST(RSessionBasics, StartRunAndUnansweredRequest)
 {
-    SessionFixture f;
+    LiveSession f;
     ASSERT_TRUE(f.start());
     ASSERT_TRUE(f.session.info().has_value());
     EXPECT_TRUE(f.session.info()->version.startsWith(u'4'));

@@ -16,6 +16,10 @@ QString rExecutable();
 // Spins the event loop until `done` is true or `timeout` runs out; returns `done()`.
 bool waitUntil(const std::function<bool()> &done,
                std::chrono::milliseconds timeout = std::chrono::seconds(20));
+// Like waitUntil, but sleeps in the event loop until something arrives instead of polling, so that
+// what a handler does is timed to its event; for benchmarks, where `done` changes only in handlers.
+bool waitForEvents(const std::function<bool()> &done,
+                   std::chrono::milliseconds timeout = std::chrono::seconds(60));
 // Spins the event loop for the given time.
 void spin(std::chrono::milliseconds duration);
 

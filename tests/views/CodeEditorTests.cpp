@@ -1,9 +1,7 @@
 // The script editor and the console input, driven by key events on an offscreen view: what typing,
 // deleting, Return, the run keys and undo do to the text, and what reaches the workspace's run.
 #include "../VeskCore/QStringPrinting.h"
-#include "App/Settings.h"
-#include "App/Views/MainWindow.h"
-#include "App/Workspace.h"
+#include "CaretMarks.h"
 #include "Console/Views/ConsoleInput.h"
 #include "Console/Views/ConsoleView.h"
 #include "Documents/DocumentStore.h"
@@ -13,6 +11,7 @@
 #include "Editor/Views/EditorFindBar.h"
 #include "Editor/Views/EditorJumpBar.h"
 #include "Editor/Views/ScriptEditorView.h"
+#include "OffscreenWorkspace.h"
 #include "RIndenter.h"
 #include "TestSupport.h"
 #include "ToolLocator.h"
@@ -22,8 +21,6 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QRandomGenerator>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTextBlock>
 #include <QTextLayout>
 
@@ -31,17 +28,11 @@
 
 namespace {
 
-struct EditorFixture {
-    QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
-    std::unique_ptr<Workspace> workspace;
+struct EditorFixture : OffscreenWorkspace {
     std::unique_ptr<CodeEditorPane> pane;
 
     EditorFixture()
     {
-        QStandardPaths::setTestModeEnabled(true);
-        workspace = std::make_unique<Workspace>(settings);
-        workspace->persistsHistory = false;
         pane = std::make_unique<CodeEditorPane>(workspace.get());
         pane->resize(700, 500);
         pane->show();
@@ -53,29 +44,19 @@ struct EditorFixture {
     int caret() const { return editor()->textCursor().position(); }
 
     // `|` marks the caret; a second `|` makes a selection between the two.
-    void load(QString text)
+    void load(const QString &marked)
     {
-        const qsizetype first = text.indexOf(u'|');
-        qsizetype second = -1;
-        if (first >= 0) {
-            text.remove(first, 1);
-            second = text.indexOf(u'|');
-            if (second >= 0)
-                text.remove(second, 1);
-        }
-        session()->loadText(text);
-        if (first >= 0)
-            session()->setSelection(first, second >= 0 ? second - first : 0);
+        const CaretMarked in = withoutMarks(marked);
+        session()->loadText(in.text);
+        if (in.selection)
+            session()->setSelection(in.selection->location, in.selection->length);
     }
     // The text with `|` at the caret (and at the selection's other end).
     QString shown() const
     {
-        QString result = text();
         const QTextCursor cursor = editor()->textCursor();
-        if (cursor.hasSelection())
-            result.insert(cursor.selectionEnd(), u'|');
-        result.insert(cursor.selectionStart(), u'|');
-        return result;
+        return withMarks(
+            text(), RTextRange{cursor.selectionStart(), cursor.selectionEnd() - cursor.selectionStart()});
     }
     void press(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier, const QString &text = {})
     {
@@ -383,12 +364,9 @@ TEST(CodeEditorView, BracketsBreakpointsNamesAndTheJumpBar)
 
 TEST(CodeEditorView, ConsoleReturnSubmitsOnlyCompleteInput)
 {
-    QTemporaryDir dir;
-    QStandardPaths::setTestModeEnabled(true);
-    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
-    Workspace workspace(settings);
-    workspace.persistsHistory = false;
-    MainWindow window(workspace, settings);
+    OffscreenWindow f;
+    Workspace &workspace = *f.workspace;
+    MainWindow &window = *f.window;
     window.show();
     ConsoleInput *input = window.console()->input();
     auto press = [input](int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier,

@@ -2,12 +2,10 @@
 // a thumbnail of its page with its help text, a click selects that page and brings the Plots tab
 // forward, and a page removed from the store, or from before the store was emptied, leaves an inert
 // frame.
-#include "App/Settings.h"
-#include "App/Views/MainWindow.h"
 #include "App/Views/WorkspacePane.h"
-#include "App/Workspace.h"
 #include "Console/Views/ConsoleTranscriptView.h"
 #include "Console/Views/ConsoleView.h"
+#include "OffscreenWorkspace.h"
 #include "Plots/Views/PlotThumbnails.h"
 #include "Plots/Views/PlotsPane.h"
 
@@ -15,9 +13,7 @@
 #include <QHelpEvent>
 #include <QLabel>
 #include <QMouseEvent>
-#include <QStandardPaths>
 #include <QTabWidget>
-#include <QTemporaryDir>
 #include <QTextBlock>
 #include <QToolTip>
 
@@ -25,18 +21,9 @@
 
 namespace {
 
-struct ConsoleFixture {
-    QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
-    std::unique_ptr<Workspace> workspace;
-    std::unique_ptr<MainWindow> window;
-
+struct ConsoleFixture : OffscreenWindow {
     ConsoleFixture()
     {
-        QStandardPaths::setTestModeEnabled(true);
-        workspace = std::make_unique<Workspace>(settings);
-        workspace->persistsHistory = false;
-        window = std::make_unique<MainWindow>(*workspace, settings);
         window->resize(1100, 700);
         window->show();
         QApplication::processEvents();

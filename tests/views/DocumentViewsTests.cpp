@@ -1,14 +1,12 @@
 // The document tabs, the plain editor bound to a document, the outside-change bar and the file
 // tree in the main window, offscreen.
-#include "App/Settings.h"
-#include "App/Views/MainWindow.h"
-#include "App/Workspace.h"
 #include "Documents/DocumentStore.h"
 #include "Documents/Views/DocumentTabs.h"
 #include "Documents/Views/PlainTextEditorView.h"
 #include "Documents/Views/ScriptPane.h"
 #include "Files/FileTreeModel.h"
 #include "Files/Views/FileTreeView.h"
+#include "OffscreenWorkspace.h"
 #include "TestSupport.h"
 
 #include <QApplication>
@@ -18,28 +16,18 @@
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QStandardPaths>
 #include <QTabBar>
-#include <QTemporaryDir>
 #include <QTreeView>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-struct DocumentWindow {
-    QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
-    std::unique_ptr<Workspace> workspace;
-    std::unique_ptr<MainWindow> window;
+struct DocumentWindow : OffscreenWindow {
     QList<Workspace::Alert> alerts;
 
     DocumentWindow()
     {
-        QStandardPaths::setTestModeEnabled(true);
-        workspace = std::make_unique<Workspace>(settings);
-        workspace->persistsHistory = false;
-        window = std::make_unique<MainWindow>(*workspace, settings);
         store().presentAlert = [this](const Workspace::Alert &alert) { alerts.append(alert); };
         window->show();
     }
@@ -59,7 +47,10 @@ struct DocumentWindow {
 TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
 {
     DocumentWindow f;
+    // Nothing open: the console gets the column.
+    EXPECT_FALSE(f.tabs().isVisible());
     EditorDocument *a = f.store().newScript(QStringLiteral("a <- 1\n"));
+    EXPECT_TRUE(f.tabs().isVisible());
     f.store().open(f.file(QStringLiteral("b.R"), "b <- 2\n"));
     ASSERT_EQ(f.tabs().count(), 2);
     EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("Untitled"));
@@ -87,6 +78,8 @@ TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
     f.alerts.takeLast().onChoice(2);
     EXPECT_EQ(f.tabs().count(), 1);
     EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("b.R"));
+    f.store().close(f.store().selectedID().value());
+    EXPECT_FALSE(f.tabs().isVisible());
 }
 
 TEST(DocumentViews, OutsideChangesShowTheBarAndReloadsReachTheEditor)

@@ -1,41 +1,25 @@
 // The main window around a workspace without R: console drawing, input keys, menus, settings.
-#include "App/Settings.h"
 #include "App/Views/Appearance.h"
-#include "App/Views/MainWindow.h"
 #include "App/Views/SettingsWindow.h"
 #include "App/Views/WorkspacePane.h"
-#include "App/Workspace.h"
 #include "Console/Views/ConsoleInput.h"
 #include "Console/Views/ConsoleTranscriptView.h"
 #include "Console/Views/ConsoleView.h"
+#include "OffscreenWorkspace.h"
 #include "TestSupport.h"
 
 #include <QApplication>
 #include <QKeyEvent>
 #include <QMenuBar>
-#include <QStandardPaths>
 #include <QTabWidget>
-#include <QTemporaryDir>
 #include <QTreeWidget>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-struct WindowFixture {
-    QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
-    std::unique_ptr<Workspace> workspace;
-    std::unique_ptr<MainWindow> window;
-
-    WindowFixture()
-    {
-        QStandardPaths::setTestModeEnabled(true);
-        workspace = std::make_unique<Workspace>(settings);
-        workspace->persistsHistory = false;
-        window = std::make_unique<MainWindow>(*workspace, settings);
-        window->show();
-    }
+struct WindowFixture : OffscreenWindow {
+    WindowFixture() { window->show(); }
     ConsoleModel &console() { return workspace->console(); }
     QString shown() const { return window->console()->transcript()->toPlainText(); }
     void press(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)

@@ -1,11 +1,9 @@
 // The plots pane offscreen, fed through the store without R: page count and stepping, hover texts
 // over a known point and the empty plot area, drag to zoom and double click to reset, the pane's
 // size reported to the workspace, the pane brought forward by a new page, and the page window.
-#include "App/Settings.h"
-#include "App/Views/MainWindow.h"
 #include "App/Views/WorkspacePane.h"
-#include "App/Workspace.h"
 #include "JSONValue.h"
+#include "OffscreenWorkspace.h"
 #include "Plots/Views/PlotInteractionOverlay.h"
 #include "Plots/Views/PlotWindow.h"
 #include "Plots/Views/PlotsPane.h"
@@ -14,9 +12,7 @@
 #include <QImage>
 #include <QLabel>
 #include <QMouseEvent>
-#include <QStandardPaths>
 #include <QTabWidget>
-#include <QTemporaryDir>
 #include <QToolButton>
 
 #include <gtest/gtest.h>
@@ -29,17 +25,11 @@ const char *geometryJSON = R"({"panel": {"usr": [0, 10, 0, 10], "region": [0.1, 
     "points": {"x": [2.5, 5], "y": [5, 7.5]},
     "xaxis": {"kind": "numeric"}, "yaxis": {"kind": "numeric"}, "zoomable": true})";
 
-struct PaneFixture {
-    QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
-    std::unique_ptr<Workspace> workspace;
+struct PaneFixture : OffscreenWorkspace {
     std::unique_ptr<PlotsPane> pane;
 
     PaneFixture()
     {
-        QStandardPaths::setTestModeEnabled(true);
-        workspace = std::make_unique<Workspace>(settings);
-        workspace->persistsHistory = false;
         pane = std::make_unique<PlotsPane>(*workspace);
         pane->resize(440, 360);
         pane->show();
@@ -135,19 +125,16 @@ TEST(PlotsPaneView, PagesHoverZoomAndSize)
 
 TEST(PlotsPaneView, ANewPageBringsThePlotsTabForward)
 {
-    QTemporaryDir dir;
-    QStandardPaths::setTestModeEnabled(true);
-    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
-    Workspace workspace(settings);
-    workspace.persistsHistory = false;
-    MainWindow window(workspace, settings);
+    OffscreenWindow f;
+    Workspace &workspace = *f.workspace;
+    MainWindow &window = *f.window;
     window.show();
     EXPECT_NE(window.inspector()->currentWidget(), window.plotsPane());
 
     SessionEvent event;
     event.kind = SessionEvent::Kind::Plot;
     event.page = 1;
-    event.file = dir.filePath(QStringLiteral("missing.png"));
+    event.file = f.dir.filePath(QStringLiteral("missing.png"));
     event.isNew = true;
     workspace.handle(event);
     EXPECT_EQ(window.inspector()->currentWidget(), window.plotsPane());

@@ -100,6 +100,9 @@ void DocumentTabs::syncItems()
         }
     }
     m_syncing = false;
+    // With nothing open the console below takes the whole column. Shown before the selection
+    // moves the focus, which a hidden editor would not take.
+    setVisible(!items.isEmpty());
     syncSelection();
 }
 
