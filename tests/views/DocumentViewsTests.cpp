@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -142,4 +143,34 @@ TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
     EXPECT_EQ(refusals, QStringList{QStringLiteral("“Taken.R” already exists. Choose a different name.")});
     EXPECT_TRUE(QFile::exists(f.dir.filePath(QStringLiteral("fresh.R"))));
     ASSERT_NE(f.store().script(f.dir.filePath(QStringLiteral("fresh.R"))), nullptr) << "a new file opens";
+}
+
+TEST(DocumentViews, TheCodeMenuRunsTheSelectedScript)
+{
+    DocumentWindow f;
+    QMenu *code = nullptr;
+    for (QAction *action : f.window->menuBar()->actions())
+        if (action->text() == QStringLiteral("&Code"))
+            code = action->menu();
+    ASSERT_NE(code, nullptr);
+    auto item = [&](const QString &text) -> QAction * {
+        for (QAction *action : code->actions())
+            if (action->text() == text)
+                return action;
+        return nullptr;
+    };
+    QAction *runAll = item(QStringLiteral("Run All"));
+    QAction *knit = item(QStringLiteral("Knit Document"));
+    ASSERT_TRUE(runAll && knit);
+    EXPECT_FALSE(runAll->isEnabled()) << "nothing to run without a script";
+
+    f.store().newScript(QStringLiteral("a <- 1\nb <- 2\n"));
+    EXPECT_TRUE(runAll->isEnabled());
+    EXPECT_FALSE(knit->isEnabled()) << "only R Markdown knits";
+    runAll->trigger();
+    ASSERT_FALSE(f.workspace->history().isEmpty());
+    EXPECT_EQ(f.workspace->history().last().code, QStringLiteral("a <- 1\nb <- 2"));
+
+    f.store().open(f.file(QStringLiteral("report.Rmd"), "---\ntitle: x\n---\n"));
+    EXPECT_TRUE(knit->isEnabled());
 }

@@ -113,9 +113,10 @@ TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
     QStringList menus;
     for (QAction *action : f.window->menuBar()->actions())
         menus.append(action->text());
-    EXPECT_EQ(menus, (QStringList{QStringLiteral("&File"), QStringLiteral("&Session")}));
+    EXPECT_EQ(menus,
+              (QStringList{QStringLiteral("&File"), QStringLiteral("&Code"), QStringLiteral("&Session")}));
     QStringList sessionItems;
-    for (QAction *action : f.window->menuBar()->actions()[1]->menu()->actions())
+    for (QAction *action : f.window->menuBar()->actions()[2]->menu()->actions())
         if (!action->isSeparator())
             sessionItems.append(action->text());
     EXPECT_EQ(sessionItems,

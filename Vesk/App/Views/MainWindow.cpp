@@ -135,6 +135,8 @@ void MainWindow::buildMenus()
     quit->setShortcut(QKeySequence::Quit);
     connect(quit, &QAction::triggered, this, &QWidget::close);
 
+    addCodeMenu();
+
     QMenu *session = menuBar()->addMenu(QStringLiteral("&Session"));
     QAction *restart = session->addAction(QStringLiteral("Restart R"));
     restart->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F10));

@@ -42,6 +42,7 @@ private:
     // Documents and project files (bodies in MainWindowDocuments.cpp).
     QWidget *buildDocumentArea(QWidget *console);
     void addDocumentActions(QMenu *file);
+    void addCodeMenu();
     void bindDocumentDialogs();
     void updateRecentFiles();
     void updateRecentProjects();

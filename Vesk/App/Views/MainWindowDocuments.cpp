@@ -4,6 +4,8 @@
 #include "App/Workspace.h"
 #include "Documents/DocumentStore.h"
 #include "Documents/Views/DocumentTabs.h"
+#include "Editor/CodeEditorController.h"
+#include "Editor/Views/CodeEditorPane.h"
 #include "Files/Views/FileTreeView.h"
 #include "MainWindow.h"
 
@@ -13,6 +15,7 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QMenu>
+#include <QMenuBar>
 #include <QSplitter>
 #include <QUrl>
 
@@ -105,6 +108,56 @@ void MainWindow::addDocumentActions(QMenu *file)
             updateRecentFiles();
     });
     updateRecentFiles();
+}
+
+void MainWindow::addCodeMenu()
+{
+    // The run commands on the selected script, for when its editor does not have the focus (the
+    // editor itself takes these keys first while it has it).
+    QMenu *code = menuBar()->addMenu(QStringLiteral("&Code"));
+    auto selectedEditor = [this]() -> CodeEditorController * {
+        const auto id = m_workspace.documents().selectedID();
+        auto *view = id ? qobject_cast<CodeEditorPane *>(m_tabs->editorView(*id)) : nullptr;
+        return view ? view->controller() : nullptr;
+    };
+    auto add = [&](const QString &title, QKeySequence shortcut, EditorCommand command) {
+        QAction *action = code->addAction(title);
+        action->setShortcut(shortcut);
+        connect(action, &QAction::triggered, this, [this, selectedEditor, command] {
+            if (CodeEditorController *editor = selectedEditor())
+                m_workspace.perform(command, *editor);
+        });
+        return action;
+    };
+    add(QStringLiteral("Run Line or Selection"), QKeySequence(Qt::CTRL | Qt::Key_Return),
+        EditorCommand::runLineOrSelection);
+    add(QStringLiteral("Run Section"), QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_Return),
+        EditorCommand::runSection);
+    add(QStringLiteral("Run to Cursor"), QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_B),
+        EditorCommand::runToCursor);
+    add(QStringLiteral("Run All"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Return),
+        EditorCommand::runAll);
+    code->addSeparator();
+    // Ctrl+Shift+S is Save As outside the editor; inside it, it sources.
+    add(QStringLiteral("Source"), QKeySequence(), EditorCommand::source);
+    QAction *knit = code->addAction(QStringLiteral("Knit Document"));
+    knit->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_K));
+    connect(knit, &QAction::triggered, this, [this, selectedEditor] {
+        if (CodeEditorController *editor = selectedEditor())
+            m_workspace.knit(*editor);
+    });
+    // Only scripts run, and only R Markdown knits.
+    auto update = [this, code, knit] {
+        const auto item = m_workspace.documents().selected();
+        const bool script = item && item->script;
+        for (QAction *action : code->actions())
+            action->setEnabled(script);
+        knit->setEnabled(script && item->script->language() == CodeLanguage::rMarkdown);
+    };
+    connect(&m_workspace.documents(), &DocumentStore::selectionChanged, code, update);
+    connect(&m_workspace.documents(), &DocumentStore::itemsChanged, code, update);
+    connect(code, &QMenu::aboutToShow, code, update);
+    update();
 }
 
 void MainWindow::updateRecentFiles()
