@@ -31,10 +31,6 @@ namespace RecentProjects {
 
 inline constexpr int limit = 10;
 
-inline QStringList adding(const QString &item, QStringList list, int limit)
-{
-    return RecentList::adding(item, std::move(list), limit);
-}
 inline void add(Settings &settings, const QString &path)
 {
     RecentList::add(settings, Settings::recentProjects, path, limit);

@@ -24,6 +24,15 @@ QString fileOf(const CodeEditorController &editor)
     return editor.filePath.value_or(editor.title);
 }
 
+// Takes the editor's last keystrokes into its text; false for an editor without a session.
+bool flushed(CodeEditorController &editor)
+{
+    if (!editor.session())
+        return false;
+    editor.session()->flushPendingChanges();
+    return true;
+}
+
 // Saves an editor's text when it has no file or unsaved changes, then goes on with `then(written)`.
 void saveThen(CodeEditorController &editor, std::function<void(bool)> then)
 {
@@ -65,10 +74,8 @@ void Workspace::perform(EditorCommand command, CodeEditorController &editor)
 
 void Workspace::runLineOrSelection(CodeEditorController &editor)
 {
-    EditorSession *session = editor.session();
-    if (!session)
+    if (!flushed(editor))
         return;
-    session->flushPendingChanges();
     const CodeEditorController::Code selected = editor.selectedCode();
     if (!selected.text.trimmed().isEmpty()) {
         run(selected.text, originOf(editor), fileOf(editor), selected.startLine);
@@ -85,27 +92,24 @@ void Workspace::runLineOrSelection(CodeEditorController &editor)
 
 void Workspace::runSection(CodeEditorController &editor)
 {
-    if (!editor.session())
+    if (!flushed(editor))
         return;
-    editor.session()->flushPendingChanges();
     const CodeEditorController::Code section = editor.currentSection();
     run(section.text, originOf(editor), fileOf(editor), section.startLine);
 }
 
 void Workspace::runToCursor(CodeEditorController &editor)
 {
-    if (!editor.session())
+    if (!flushed(editor))
         return;
-    editor.session()->flushPendingChanges();
     const CodeEditorController::Code code = editor.textUpToCursor();
     run(code.text, originOf(editor), fileOf(editor), code.startLine);
 }
 
 void Workspace::runAll(CodeEditorController &editor)
 {
-    if (!editor.session())
+    if (!flushed(editor))
         return;
-    editor.session()->flushPendingChanges();
     const QString text = editor.text();
     if (editor.language() == RSourceLanguage::rMarkdown) {
         for (const RmdChunks::Chunk &chunk : RmdChunks::all(text))
@@ -117,9 +121,8 @@ void Workspace::runAll(CodeEditorController &editor)
 
 void Workspace::source(CodeEditorController &editor)
 {
-    if (!editor.session())
+    if (!flushed(editor))
         return;
-    editor.session()->flushPendingChanges();
     if (editor.language() == RSourceLanguage::rMarkdown) {
         knit(editor);
         return;
@@ -142,9 +145,8 @@ void Workspace::source(CodeEditorController &editor)
 
 void Workspace::knit(CodeEditorController &editor)
 {
-    if (!editor.session())
+    if (!flushed(editor))
         return;
-    editor.session()->flushPendingChanges();
     QPointer<CodeEditorController> target(&editor);
     saveThen(editor, [this, target](bool written) {
         if (!written || !target || !target->filePath)
@@ -164,8 +166,9 @@ void Workspace::knit(CodeEditorController &editor)
         } else if (!ToolLocator::pandocDirectory()) {
             console().note(
                 QStringLiteral("Pandoc is needed to knit. R Markdown uses Pandoc to turn a report into "
-                               "HTML. Install it once (the distribution’s package “pandoc”, or see "
-                               "https://pandoc.org/installing.html), then the report knits right away."));
+                               "HTML. Install it once, then the report knits right away. It is the "
+                               "distribution’s package “pandoc”; or Download Pandoc: "
+                               "https://pandoc.org/installing.html"));
             return;
         } else {
             code = QStringLiteral("browseURL(rmarkdown::render(") + RLiteral::string(path) +
@@ -182,7 +185,7 @@ void Workspace::knit(CodeEditorController &editor)
             QString message = result.error ? result.error->message : result.output.trimmed();
             if (message.isEmpty())
                 message = QStringLiteral("See the console for details.");
-            console().note(QStringLiteral("Knitting %1 failed: %2").arg(title, message));
+            console().note(QStringLiteral("“%1” did not knit. %2").arg(title, message));
         });
     });
 }

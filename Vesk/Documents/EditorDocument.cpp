@@ -8,10 +8,7 @@ EditorDocument::EditorDocument(QObject *parent) : QObject(parent) {}
 
 void EditorDocument::setPath(const std::optional<QString> &path)
 {
-    if (path == m_path)
-        return;
-    m_path = path;
-    emit stateChanged();
+    change(m_path, path);
 }
 
 void EditorDocument::setText(const QString &text)
@@ -39,10 +36,7 @@ void EditorDocument::replaceText(const QString &text)
 
 void EditorDocument::setSavedText(const QString &text)
 {
-    if (text == m_savedText)
-        return;
-    m_savedText = text;
-    emit stateChanged();
+    change(m_savedText, text);
 }
 
 void EditorDocument::setBreakpoints(const QSet<int> &lines)
@@ -52,42 +46,27 @@ void EditorDocument::setBreakpoints(const QSet<int> &lines)
 
 void EditorDocument::setUntitledIndex(int index)
 {
-    if (index == m_untitledIndex)
-        return;
-    m_untitledIndex = index;
-    emit stateChanged();
+    change(m_untitledIndex, index);
 }
 
 void EditorDocument::setSuggestedName(const std::optional<QString> &name)
 {
-    if (name == m_suggestedName)
-        return;
-    m_suggestedName = name;
-    emit stateChanged();
+    change(m_suggestedName, name);
 }
 
 void EditorDocument::setEncoding(TextFileEncoding encoding)
 {
-    if (encoding == m_encoding)
-        return;
-    m_encoding = encoding;
-    emit stateChanged();
+    change(m_encoding, encoding);
 }
 
 void EditorDocument::setLineEnding(LineEnding ending)
 {
-    if (ending == m_lineEnding)
-        return;
-    m_lineEnding = ending;
-    emit stateChanged();
+    change(m_lineEnding, ending);
 }
 
 void EditorDocument::setDiskState(DiskState state)
 {
-    if (state == m_diskState)
-        return;
-    m_diskState = state;
-    emit stateChanged();
+    change(m_diskState, state);
 }
 
 QString EditorDocument::title() const

@@ -77,6 +77,15 @@ signals:
     void stateChanged();
 
 private:
+    // Sets a field of the document's state, telling observers only when it changes.
+    template <typename T> void change(T &field, const T &value)
+    {
+        if (field == value)
+            return;
+        field = value;
+        emit stateChanged();
+    }
+
     QUuid m_id = QUuid::createUuid();
     std::optional<QString> m_path;
     QString m_text;

@@ -55,9 +55,9 @@ TEST(SettingsStore, StoredValuesReadBackTypedAndNotify)
 TEST(SettingsStore, RecentListsMoveToTheFrontAndKeepTheirLimit)
 {
     const QStringList list = {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")};
-    EXPECT_EQ(RecentProjects::adding(QStringLiteral("c"), list, 3),
+    EXPECT_EQ(RecentList::adding(QStringLiteral("c"), list, 3),
               (QStringList{QStringLiteral("c"), QStringLiteral("a"), QStringLiteral("b")}));
-    EXPECT_EQ(RecentProjects::adding(QStringLiteral("d"), list, 2),
+    EXPECT_EQ(RecentList::adding(QStringLiteral("d"), list, 2),
               (QStringList{QStringLiteral("d"), QStringLiteral("a")}));
-    EXPECT_TRUE(RecentProjects::adding(QStringLiteral("d"), list, -1).isEmpty());
+    EXPECT_TRUE(RecentList::adding(QStringLiteral("d"), list, -1).isEmpty());
 }
