@@ -135,7 +135,6 @@ void Workspace::resetSessionState()
     ++m_stateRevision;
     m_lastRun.reset();
     m_plots.reset();
-    m_appliedPlotTheme.clear();
     emit environmentChanged();
     emit lastRunChanged();
 }
@@ -165,6 +164,7 @@ void Workspace::handle(const SessionEvent &event)
         // R is busy until the prompt that ends the start-up, so these queue and go first.
         refreshPlotSize();
         refreshConsoleWidth();
+        // A new R has no theme yet, whatever the last one had.
         m_appliedPlotTheme.clear();
         refreshPlotTheme();
         refreshROptions(true);
