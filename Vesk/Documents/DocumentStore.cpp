@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QLocale>
 #include <QMimeDatabase>
 #include <QSaveFile>
 
@@ -24,22 +25,6 @@ QString quotedName(const QString &name)
 QString standardised(const QString &path)
 {
     return QDir::cleanPath(QFileInfo(path).absoluteFilePath());
-}
-
-// Decimal units, as the size limit is decimal: 50,000,000 bytes reads "50 MB".
-QString formattedFileSize(qint64 bytes)
-{
-    static const char *units[] = {"bytes", "KB", "MB", "GB", "TB"};
-    double value = double(bytes);
-    int unit = 0;
-    while (value >= 1000.0 && unit < 4) {
-        value /= 1000.0;
-        ++unit;
-    }
-    QString number = QString::number(value, 'f', unit == 0 ? 0 : 1);
-    if (number.endsWith(QStringLiteral(".0")))
-        number.chop(2);
-    return number + u' ' + QLatin1StringView(units[unit]);
 }
 
 // What reading a file gave: the decoded text, or why there is none.
@@ -278,12 +263,13 @@ void DocumentStore::open(const QString &path, bool asText)
 
 void DocumentStore::openInEditor(const QString &path, bool isKnownText)
 {
-    const QString name = QFileInfo(path).fileName();
     const QFileInfo info(path);
+    const QString name = info.fileName();
     if (info.exists() && info.size() > editorSizeLimit) {
         showProblem(quotedName(name) + QStringLiteral(" is too large to edit."),
-                    QStringLiteral("Vesk opens text files up to ") + formattedFileSize(editorSizeLimit) +
-                        u'.');
+                    QStringLiteral("Vesk opens text files up to ") +
+                        // Decimal units, as the limit is decimal: "50 MB".
+                        QLocale().formattedDataSize(editorSizeLimit, 0, QLocale::DataSizeSIFormat) + u'.');
         return;
     }
     const FileRead read = readFile(path, [&](QByteArrayView data) {
