@@ -125,9 +125,8 @@ CodeEditorController::Code CodeEditorController::selectedCode() const
     const RTextRange range = m_session->selection();
     if (range.length == 0)
         return {QString(), 1, range};
-    const QString &text = m_session->text();
-    return {text.mid(range.location, range.length),
-            int(QStringView(text).left(range.location).count(u'\n')) + 1, range};
+    return {m_session->text().mid(range.location, range.length),
+            int(m_session->model().lines().line(range.location)) + 1, range};
 }
 
 void CodeEditorController::toggleComment()
