@@ -33,23 +33,23 @@ ExecResult failed(const QString &message)
 TEST(ConsoleModelStreams, BatchesOutputUntilFlushAndKeepsOrderAroundOtherItems)
 {
     ConsoleModel model;
-    model.begin(QStringLiteral("r1"), QStringLiteral("f()"), ExecOrigin::console());
-    model.append(Item::output(QStringLiteral("a\n")));
-    model.append(Item::output(QStringLiteral("b\n")));
+    model.begin(u"r1"_qs, u"f()"_qs, ExecOrigin::console());
+    model.append(Item::output(u"a\n"_qs));
+    model.append(Item::output(u"b\n"_qs));
     EXPECT_TRUE(model.cells().last().items.isEmpty()) << "stream text waits for the flush";
 
     // A message flushes first, then ends the stretch: output after it is a new first chunk.
-    model.append(Item::message(QStringLiteral("note\n")));
-    model.append(Item::output(QStringLiteral("c\n")));
+    model.append(Item::message(u"note\n"_qs));
+    model.append(Item::output(u"c\n"_qs));
     model.flush();
     const ConsoleModel::Cell &cell = model.cells().last();
     ASSERT_EQ(kinds(cell), (QList<Kind>{Kind::Output, Kind::Message, Kind::Output}));
-    EXPECT_EQ(cell.items[0].text, QStringLiteral("a\nb\n"));
-    EXPECT_EQ(cell.items[2].text, QStringLiteral("c\n"));
+    EXPECT_EQ(cell.items[0].text, u"a\nb\n"_qs);
+    EXPECT_EQ(cell.items[2].text, u"c\n"_qs);
     EXPECT_NE(cell.items[0].id, cell.items[2].id);
 
     // The timer flushes by itself.
-    model.append(Item::stderrText(QStringLiteral("oops\n")));
+    model.append(Item::stderrText(u"oops\n"_qs));
     ASSERT_TRUE(TestSupport::waitUntil([&] { return model.cells().last().items.size() == 4; },
                                        std::chrono::seconds(2)));
     EXPECT_EQ(model.cells().last().items.last().kind, Kind::Stderr);
@@ -59,16 +59,16 @@ TEST(ConsoleModelStreams, FloodKeepsHeadMarkerAndTailWithStableIDs)
 {
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
     ConsoleModel model;
-    model.begin(QStringLiteral("r1"), QStringLiteral("print(1:1e6)"), ExecOrigin::console());
+    model.begin(u"r1"_qs, u"print(1:1e6)"_qs, ExecOrigin::console());
     for (int i = 0; i < 20000; ++i)
-        model.append(Item::output(QStringLiteral("line %1\n").arg(i)));
+        model.append(Item::output(u"line %1\n"_qs.arg(i)));
     model.flush();
     const ConsoleModel::Cell &cell = model.cells().last();
     ASSERT_GE(cell.items.size(), 3);
-    EXPECT_TRUE(cell.items[0].text.startsWith(QStringLiteral("line 0\n")));
+    EXPECT_TRUE(cell.items[0].text.startsWith(u"line 0\n"_qs));
     ASSERT_EQ(cell.items[1].kind, Kind::Omitted);
     EXPECT_GT(cell.items[1].lines, 10000);
-    EXPECT_TRUE(cell.items.last().text.contains(QStringLiteral("line 19999\n")));
+    EXPECT_TRUE(cell.items.last().text.contains(u"line 19999\n"_qs));
     EXPECT_LE(cell.items.size(), 21);
     const QUuid head = cell.items[0].id;
     const QUuid marker = cell.items[1].id;
@@ -76,7 +76,7 @@ TEST(ConsoleModelStreams, FloodKeepsHeadMarkerAndTailWithStableIDs)
     // More output keeps the head and the marker's identity; the count only grows.
     const qint64 before = cell.items[1].lines;
     for (int i = 0; i < 2000; ++i)
-        model.append(Item::output(QStringLiteral("more %1\n").arg(i)));
+        model.append(Item::output(u"more %1\n"_qs.arg(i)));
     model.flush();
     const ConsoleModel::Cell &after = model.cells().last();
     EXPECT_EQ(after.items[0].id, head);
@@ -84,41 +84,37 @@ TEST(ConsoleModelStreams, FloodKeepsHeadMarkerAndTailWithStableIDs)
     EXPECT_GT(after.items[1].lines, before);
 
     const QString transcript = model.transcript(1, 1'000'000);
-    EXPECT_TRUE(transcript.contains(QStringLiteral(" lines not shown …")))
-        << transcript.left(200).toStdString();
-    EXPECT_EQ(ConsoleModel::omittedText(1), QStringLiteral("… 1 line not shown …"));
-    EXPECT_EQ(ConsoleModel::omittedText(12345), QStringLiteral("… 12,345 lines not shown …"));
+    EXPECT_TRUE(transcript.contains(u" lines not shown …"_qs)) << transcript.left(200).toStdString();
+    EXPECT_EQ(ConsoleModel::omittedText(1), u"… 1 line not shown …"_qs);
+    EXPECT_EQ(ConsoleModel::omittedText(12345), u"… 12,345 lines not shown …"_qs);
 }
 
-TEST(ConsoleModelStreams, CarriageReturnUpdatesOneLineInPlace)
+TEST(ConsoleModelStreams, CarriageReturnsRedrawOneLineInPlace)
 {
     ConsoleModel model;
-    model.begin(QStringLiteral("r1"), QStringLiteral("progress()"), ExecOrigin::console());
+    model.begin(u"r1"_qs, u"progress()"_qs, ExecOrigin::console());
     for (int i = 0; i <= 100; i += 10) {
-        model.append(Item::output(QStringLiteral("\r[%1%]").arg(i)));
+        model.append(Item::output(u"\r[%1%]"_qs.arg(i)));
         model.flush();
     }
     ASSERT_EQ(model.cells().last().items.size(), 1);
-    EXPECT_EQ(model.cells().last().items[0].text, QStringLiteral("[100%]"));
-}
+    EXPECT_EQ(model.cells().last().items[0].text, u"[100%]"_qs);
 
-TEST(ConsoleModelStreams, ProgressMessagesRedrawTheirLine)
-{
-    ConsoleModel model;
-    model.begin(QStringLiteral("r1"), QStringLiteral("fit()"), ExecOrigin::console());
+    // Messages redraw theirs too, without a flush.
+    model.begin(u"r2"_qs, u"fit()"_qs, ExecOrigin::console());
     for (int i = 0; i <= 100; i += 25)
-        model.append(Item::message(QStringLiteral("\rFitting %1%").arg(i)));
-    model.append(Item::message(QStringLiteral("\r\x1b[K")));
-    model.append(Item::message(QStringLiteral("Done\n")));
-    model.append(Item::message(QStringLiteral("next\n")));
+        model.append(Item::message(u"\rFitting %1%"_qs.arg(i)));
+    model.append(Item::message(u"\r\x1b[K"_qs));
+    model.append(Item::message(u"Done\n"_qs));
+    model.append(Item::message(u"next\n"_qs));
     const ConsoleModel::Cell &cell = model.cells().last();
     ASSERT_EQ(cell.items.size(), 2);
-    EXPECT_EQ(cell.items[0].text, QStringLiteral("Done\n"));
-    EXPECT_EQ(cell.items[1].text, QStringLiteral("next\n"));
+    EXPECT_EQ(cell.items[0].text, u"Done\n"_qs);
+    EXPECT_EQ(cell.items[1].text, u"next\n"_qs);
 
     // A message line without end does not grow one item without bound.
     for (int i = 0; i < 2000; ++i)
-        model.append(Item::message(QStringLiteral("xxxxxxxx")));
+        model.append(Item::message(u"xxxxxxxx"_qs));
     for (const Item &item : model.cells().last().items)
         EXPECT_LE(item.text.size(), ConsoleModel::maxMessageBytes);
 }
@@ -127,13 +123,13 @@ TEST(ConsoleModelCells, StrayOutputPlaceholderAndCap)
 {
     ConsoleModel model;
     // Output with no running cell opens a stray cell, which a note settles.
-    model.append(Item::output(QStringLiteral("stray\n")));
+    model.append(Item::output(u"stray\n"_qs));
     model.flush();
     ASSERT_EQ(model.cells().size(), 1);
     EXPECT_FALSE(model.cells()[0].execID.has_value());
     EXPECT_FALSE(model.cells()[0].code.has_value());
     EXPECT_EQ(model.cells()[0].origin.kind, ExecOrigin::Kind::System);
-    model.note(QStringLiteral("R 4.2.2 is ready."));
+    model.note(u"R 4.2.2 is ready."_qs);
     EXPECT_EQ(model.cells()[0].state, State::Done);
     EXPECT_TRUE(model.cells()[0].finished.has_value());
 
@@ -141,92 +137,90 @@ TEST(ConsoleModelCells, StrayOutputPlaceholderAndCap)
     model.flush();
     model.append(Item::output(QString()));
     model.flush();
-    model.begin(QStringLiteral("r1"), QStringLiteral("1"), ExecOrigin::console());
+    model.begin(u"r1"_qs, u"1"_qs, ExecOrigin::console());
     EXPECT_EQ(model.cells().size(), 3);
 
     for (int i = 2; i <= 502; ++i)
-        model.begin(QStringLiteral("r%1").arg(i), QStringLiteral("x"), ExecOrigin::console());
+        model.begin(u"r%1"_qs.arg(i), u"x"_qs, ExecOrigin::console());
     EXPECT_EQ(model.cells().size(), ConsoleModel::maxCells);
-    EXPECT_EQ(model.cells().first().execID, QStringLiteral("r3"));
+    EXPECT_EQ(model.cells().first().execID, u"r3"_qs);
 }
 
 TEST(ConsoleModelCells, FinishStatesAndPlots)
 {
     ConsoleModel model;
-    model.begin(QStringLiteral("r1"), QStringLiteral("plot(1)"), ExecOrigin::console());
+    model.begin(u"r1"_qs, u"plot(1)"_qs, ExecOrigin::console());
     model.append(Item::plot(1));
     model.append(Item::plot(1));
     EXPECT_EQ(model.cells().last().items.size(), 1) << "the same page once per cell";
 
-    model.finish(QStringLiteral("r9"), ExecResult{});
+    model.finish(u"r9"_qs, ExecResult{});
     EXPECT_EQ(model.cells().last().state, State::Running) << "an unknown id changes nothing";
 
     ExecResult notOK;
     notOK.ok = false;
-    model.finish(QStringLiteral("r1"), notOK);
+    model.finish(u"r1"_qs, notOK);
     EXPECT_EQ(model.cells().last().state, State::Done) << "not ok without an error is done";
 
-    model.begin(QStringLiteral("r2"), QStringLiteral("plot(1)"), ExecOrigin::console());
+    model.begin(u"r2"_qs, u"plot(1)"_qs, ExecOrigin::console());
     model.append(Item::plot(1));
     EXPECT_EQ(model.cells().last().items.size(), 1) << "a new cell shows the page again";
-    model.finish(QStringLiteral("r2"), failed(QStringLiteral("boom")));
+    model.finish(u"r2"_qs, failed(u"boom"_qs));
     EXPECT_EQ(model.cells().last().state, State::Failed);
 
-    model.begin(QStringLiteral("r3"), QStringLiteral("Sys.sleep(9)"), ExecOrigin::console());
-    ExecResult interrupted = failed(QStringLiteral("x"));
+    model.begin(u"r3"_qs, u"Sys.sleep(9)"_qs, ExecOrigin::console());
+    ExecResult interrupted = failed(u"x"_qs);
     interrupted.interrupted = true;
-    model.finish(QStringLiteral("r3"), interrupted);
+    model.finish(u"r3"_qs, interrupted);
     EXPECT_EQ(model.cells().last().state, State::Interrupted);
 }
 
 TEST(ConsoleModelCells, AttachMergesChangesWithinOneRun)
 {
     ConsoleModel model;
-    model.note(QStringLiteral("note"));
-    model.attach({WorkspaceChange{WorkspaceChange::Kind::Added, QStringLiteral("x"), {}, false}});
+    model.note(u"note"_qs);
+    model.attach({WorkspaceChange{WorkspaceChange::Kind::Added, u"x"_qs, {}, false}});
     EXPECT_TRUE(model.cells().last().changes.isEmpty()) << "only cells of an execution take changes";
 
-    model.begin(QStringLiteral("r1"), QStringLiteral("x <- 1; y <- 2; rm(y)"), ExecOrigin::console());
-    const auto added = WorkspaceChange::diff(
-        {}, {numericValue(QStringLiteral("x"), 1), numericValue(QStringLiteral("y"), 1)});
+    model.begin(u"r1"_qs, u"x <- 1; y <- 2; rm(y)"_qs, ExecOrigin::console());
+    const auto added = WorkspaceChange::diff({}, {numericValue(u"x"_qs, 1), numericValue(u"y"_qs, 1)});
     model.attach(added);
-    model.attach(
-        WorkspaceChange::diff({numericValue(QStringLiteral("x"), 1), numericValue(QStringLiteral("y"), 1)},
-                              {numericValue(QStringLiteral("x"), 3)}));
+    model.attach(WorkspaceChange::diff({numericValue(u"x"_qs, 1), numericValue(u"y"_qs, 1)},
+                                       {numericValue(u"x"_qs, 3)}));
     const QList<WorkspaceChange> &changes = model.cells().last().changes;
     ASSERT_EQ(changes.size(), 1) << "y came and went";
-    EXPECT_EQ(changes[0].name, QStringLiteral("x"));
+    EXPECT_EQ(changes[0].name, u"x"_qs);
     EXPECT_EQ(changes[0].kind, WorkspaceChange::Kind::Added);
-    EXPECT_EQ(changes[0].detail, QStringLiteral("length 1 → 3"));
+    EXPECT_EQ(changes[0].detail, u"length 1 → 3"_qs);
 }
 
 TEST(ConsoleModelText, TranscriptsLastErrorAndFailedCode)
 {
     ConsoleModel model;
-    model.begin(QStringLiteral("r1"), QStringLiteral("f <- function() {\n1\n}"), ExecOrigin::console());
-    model.append(Item::echo(QStringLiteral("f <- function() {")));
-    model.append(Item::output(QStringLiteral("\x1b[31mred\x1b[0m ")));
-    model.append(Item::output(QStringLiteral("text\n")));
-    model.append(Item::warning(QStringLiteral("careful"), QStringLiteral("g()")));
-    model.append(Item::errorItem(RErrorInfo{QStringLiteral("boom"), QStringLiteral("h(x)"), {}, false}));
-    model.finish(QStringLiteral("r1"), failed(QStringLiteral("boom")));
-    model.begin(QStringLiteral("r2"), QStringLiteral("1"), ExecOrigin::console());
-    model.append(Item::output(QStringLiteral("[1] 1\n")));
+    model.begin(u"r1"_qs, u"f <- function() {\n1\n}"_qs, ExecOrigin::console());
+    model.append(Item::echo(u"f <- function() {"_qs));
+    model.append(Item::output(u"\x1b[31mred\x1b[0m "_qs));
+    model.append(Item::output(u"text\n"_qs));
+    model.append(Item::warning(u"careful"_qs, u"g()"_qs));
+    model.append(Item::errorItem(RErrorInfo{u"boom"_qs, u"h(x)"_qs, {}, false}));
+    model.finish(u"r1"_qs, failed(u"boom"_qs));
+    model.begin(u"r2"_qs, u"1"_qs, ExecOrigin::console());
+    model.append(Item::output(u"[1] 1\n"_qs));
     ExecResult ok;
     ok.ok = true;
-    model.finish(QStringLiteral("r2"), ok);
+    model.finish(u"r2"_qs, ok);
 
     const QString expected =
         QStringLiteral("> f <- function() {\n+ 1\n+ }\nred text\nWarning in g(): careful\n"
                        "Error in h(x): boom\n> 1\n[1] 1");
     EXPECT_EQ(model.transcript(10, 10000), expected);
-    EXPECT_EQ(model.transcript(1, 10000), QStringLiteral("> 1\n[1] 1"));
-    EXPECT_EQ(model.transcript(10, 5), QStringLiteral("…\n[1] 1"));
+    EXPECT_EQ(model.transcript(1, 10000), u"> 1\n[1] 1"_qs);
+    EXPECT_EQ(model.transcript(10, 5), u"…\n[1] 1"_qs);
     EXPECT_EQ(model.transcript(model.cells().first().id), expected.section(u'\n', 0, 5));
 
     ASSERT_TRUE(model.lastError().has_value());
-    EXPECT_EQ(model.lastError()->message, QStringLiteral("boom"));
-    EXPECT_EQ(model.lastFailedCode(), QStringLiteral("f <- function() {\n1\n}"));
+    EXPECT_EQ(model.lastError()->message, u"boom"_qs);
+    EXPECT_EQ(model.lastFailedCode(), u"f <- function() {\n1\n}"_qs);
 
     model.clear();
     EXPECT_TRUE(model.cells().isEmpty());

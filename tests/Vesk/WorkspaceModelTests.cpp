@@ -11,18 +11,23 @@
 
 namespace {
 
-SessionEvent ready()
+SessionEvent eventOf(SessionEvent::Kind kind)
 {
     SessionEvent event;
-    event.kind = SessionEvent::Kind::Ready;
-    event.info.version = QStringLiteral("4.2.2");
+    event.kind = kind;
+    return event;
+}
+
+SessionEvent ready()
+{
+    SessionEvent event = eventOf(SessionEvent::Kind::Ready);
+    event.info.version = u"4.2.2"_qs;
     return event;
 }
 
 SessionEvent exited(const QString &reason, bool byQuitting)
 {
-    SessionEvent event;
-    event.kind = SessionEvent::Kind::Exited;
+    SessionEvent event = eventOf(SessionEvent::Kind::Exited);
     event.text = reason;
     event.byQuitting = byQuitting;
     return event;
@@ -38,20 +43,20 @@ TEST(WorkspaceLifecycle, CrashLimitCountsRestartsWithinAMinute)
     w.now = [&] { return clock; };
 
     // An exit before "ready" is a failed start: one note, and it does not count.
-    w.handle(exited(QStringLiteral("R exited with status 1."), false));
+    w.handle(exited(u"R exited with status 1."_qs, false));
     EXPECT_EQ(f.notes().last(), QStringLiteral("R exited with status 1 while starting. Check the project’s "
                                                ".Rprofile, then use Session › Restart R."));
 
     w.handle(ready());
     w.handle(exited(QString(), true));
-    EXPECT_EQ(f.notes().last(), QStringLiteral("R session ended. Starting a new session…"));
+    EXPECT_EQ(f.notes().last(), u"R session ended. Starting a new session…"_qs);
     for (int i = 0; i < 2; ++i) {
         w.handle(ready());
-        w.handle(exited(QStringLiteral("R was killed by signal 9."), false));
-        EXPECT_EQ(f.notes().last(), QStringLiteral("R was killed by signal 9. Starting a new session…"));
+        w.handle(exited(u"R was killed by signal 9."_qs, false));
+        EXPECT_EQ(f.notes().last(), u"R was killed by signal 9. Starting a new session…"_qs);
     }
     w.handle(ready());
-    w.handle(exited(QStringLiteral("R was killed by signal 9."), false));
+    w.handle(exited(u"R was killed by signal 9."_qs, false));
     EXPECT_EQ(f.notes().last(),
               QStringLiteral("R was killed by signal 9. R stopped several times in a minute, so "
                              "Vesk did not start it again. Use Session › Restart R when you’re "
@@ -60,9 +65,9 @@ TEST(WorkspaceLifecycle, CrashLimitCountsRestartsWithinAMinute)
     // A minute later the old restarts no longer count.
     clock = clock.addSecs(61);
     w.handle(ready());
-    w.handle(exited(QStringLiteral("R was killed by signal 9."), false));
-    EXPECT_EQ(f.notes().last(), QStringLiteral("R was killed by signal 9. Starting a new session…"));
-    EXPECT_EQ(f.notes().filter(QStringLiteral("is ready.")).first(), QStringLiteral("R 4.2.2 is ready."));
+    w.handle(exited(u"R was killed by signal 9."_qs, false));
+    EXPECT_EQ(f.notes().last(), u"R was killed by signal 9. Starting a new session…"_qs);
+    EXPECT_EQ(f.notes().filter(u"is ready."_qs).first(), u"R 4.2.2 is ready."_qs);
 }
 
 TEST(WorkspaceLifecycle, StalledStartNotesAndOffersARestartWithoutProfile)
@@ -71,27 +76,23 @@ TEST(WorkspaceLifecycle, StalledStartNotesAndOffersARestartWithoutProfile)
     Workspace &w = *f.workspace;
     std::optional<Workspace::Alert> shown;
     w.presentAlert = [&](const Workspace::Alert &alert) { shown = alert; };
-    w.kernelPath = QStringLiteral("/nonexistent/kernel.R");
+    w.kernelPath = u"/nonexistent/kernel.R"_qs;
 
-    SessionEvent stalled;
-    stalled.kind = SessionEvent::Kind::StartupStalled;
+    SessionEvent stalled = eventOf(SessionEvent::Kind::StartupStalled);
     w.handle(stalled);
-    EXPECT_EQ(f.notes().last(), QStringLiteral("R has not started after 20 seconds and printed nothing."));
+    EXPECT_EQ(f.notes().last(), u"R has not started after 20 seconds and printed nothing."_qs);
     ASSERT_TRUE(shown.has_value());
-    EXPECT_EQ(shown->title, QStringLiteral("R hasn’t started after 20 seconds"));
-    EXPECT_EQ(shown->buttons,
-              (QStringList{QStringLiteral("Restart Without .Rprofile"), QStringLiteral("Keep Waiting")}));
+    EXPECT_EQ(shown->title, u"R hasn’t started after 20 seconds"_qs);
+    EXPECT_EQ(shown->buttons, (QStringList{u"Restart Without .Rprofile"_qs, u"Keep Waiting"_qs}));
 
-    stalled.text = QStringLiteral("  Enter a name: \n");
+    stalled.text = u"  Enter a name: \n"_qs;
     w.handle(stalled);
-    EXPECT_EQ(f.notes().last(),
-              QStringLiteral("R has not started after 20 seconds. It printed:\nEnter a name:"));
-    EXPECT_TRUE(shown->text.endsWith(QStringLiteral("\n\nThe last thing R printed:\nEnter a name:")));
+    EXPECT_EQ(f.notes().last(), u"R has not started after 20 seconds. It printed:\nEnter a name:"_qs);
+    EXPECT_TRUE(shown->text.endsWith(u"\n\nThe last thing R printed:\nEnter a name:"_qs));
     shown->onChoice(1);
-    EXPECT_EQ(f.notes().last(),
-              QStringLiteral("R has not started after 20 seconds. It printed:\nEnter a name:"));
+    EXPECT_EQ(f.notes().last(), u"R has not started after 20 seconds. It printed:\nEnter a name:"_qs);
     shown->onChoice(0);
-    EXPECT_EQ(f.notes().last(), QStringLiteral("Restarting R without .Rprofile…"));
+    EXPECT_EQ(f.notes().last(), u"Restarting R without .Rprofile…"_qs);
     w.shutDown();
 }
 
@@ -99,34 +100,31 @@ TEST(WorkspaceLifecycle, StateEventsAttachChangesAndUpdateTheEnvironment)
 {
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
-    SessionEvent state;
-    state.kind = SessionEvent::Kind::State;
-    state.state.wd = QStringLiteral("/tmp");
-    state.state.env = {numericValue(QStringLiteral("x"), 3)};
+    SessionEvent state = eventOf(SessionEvent::Kind::State);
+    state.state.wd = u"/tmp"_qs;
+    state.state.env = {numericValue(u"x"_qs, 3)};
     w.handle(state); // the first snapshot is not current yet: nothing to compare
     EXPECT_EQ(w.environment().size(), 1);
-    EXPECT_EQ(w.workingDirectory(), QStringLiteral("/tmp"));
+    EXPECT_EQ(w.workingDirectory(), u"/tmp"_qs);
 
-    SessionEvent started;
-    started.kind = SessionEvent::Kind::ExecStarted;
-    started.id = QStringLiteral("r1");
-    started.code = QStringLiteral("x <- 1:5");
+    SessionEvent started = eventOf(SessionEvent::Kind::ExecStarted);
+    started.id = u"r1"_qs;
+    started.code = u"x <- 1:5"_qs;
     w.handle(started);
-    state.state.env = {numericValue(QStringLiteral("x"), 5)};
+    state.state.env = {numericValue(u"x"_qs, 5)};
     w.handle(state);
     ASSERT_EQ(w.console().cells().last().changes.size(), 1);
-    EXPECT_EQ(w.console().cells().last().changes[0].detail, QStringLiteral("length 3 → 5"));
+    EXPECT_EQ(w.console().cells().last().changes[0].detail, u"length 3 → 5"_qs);
 
     f.settings->setValue(Settings::showWorkspaceChanges, false);
-    started.id = QStringLiteral("r2");
+    started.id = u"r2"_qs;
     w.handle(started);
-    state.state.env = {numericValue(QStringLiteral("x"), 7)};
+    state.state.env = {numericValue(u"x"_qs, 7)};
     w.handle(state);
     EXPECT_TRUE(w.console().cells().last().changes.isEmpty());
 
-    SessionEvent finished;
-    finished.kind = SessionEvent::Kind::ExecFinished;
-    finished.id = QStringLiteral("r2");
+    SessionEvent finished = eventOf(SessionEvent::Kind::ExecFinished);
+    finished.id = u"r2"_qs;
     finished.result.ok = true;
     w.handle(finished);
     ASSERT_TRUE(w.lastRun().has_value());
@@ -138,39 +136,33 @@ TEST(WorkspaceLifecycle, StateEventsAttachChangesAndUpdateTheEnvironment)
     EXPECT_FALSE(w.lastRun().has_value());
 }
 
-TEST(WorkspaceCommands, SubmitRunAndPlaceholders)
+TEST(WorkspaceCommands, SubmitAndRunRecordHistory)
 {
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
     w.persistsHistory = false;
-    EXPECT_EQ(w.consolePlaceholder(), QStringLiteral("Run R code"));
-    w.setConsoleAskMode(true);
-    EXPECT_EQ(w.consolePlaceholder(), QStringLiteral("Ask the Analyst about your data…"));
-    w.setConsoleAskMode(false);
-
     // An empty line at an idle prompt is not run; code is trimmed and recorded once.
-    w.setConsoleInput(QStringLiteral(" \t "));
+    w.setConsoleInput(u" \t "_qs);
     w.submitConsole();
     EXPECT_TRUE(w.history().isEmpty());
-    w.setConsoleInput(QStringLiteral("  a\n"));
+    w.setConsoleInput(u"  a\n"_qs);
     w.submitConsole();
     EXPECT_TRUE(w.consoleInput().isEmpty());
-    w.setConsoleInput(QStringLiteral("a"));
+    w.setConsoleInput(u"a"_qs);
     w.submitConsole();
-    w.run(QStringLiteral("b"), ExecOrigin::editor(QStringLiteral("analysis.R")));
-    w.run(QStringLiteral("a"), ExecOrigin::console());
-    w.run(QStringLiteral("hidden"), ExecOrigin::system());
+    w.run(u"b"_qs, ExecOrigin::editor(u"analysis.R"_qs));
+    w.run(u"a"_qs, ExecOrigin::console());
+    w.run(u"hidden"_qs, ExecOrigin::system());
     ASSERT_EQ(w.history().size(), 3);
-    EXPECT_EQ(w.history()[1].origin, QStringLiteral("analysis.R"));
+    EXPECT_EQ(w.history()[1].origin, u"analysis.R"_qs);
 
     std::optional<ExecResult> result;
-    w.run(QStringLiteral(" \n "), ExecOrigin::console(), std::nullopt, 1,
-          [&](const ExecResult &r) { result = r; });
+    w.run(u" \n "_qs, ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { result = r; });
     EXPECT_EQ(result, ExecResult::cancelled());
 
     // Without R, the options cannot be sent: a start-up refresh reports it, an unchanged one sends nothing.
     w.refreshROptions(true);
-    EXPECT_EQ(f.notes().last(), QStringLiteral("Startup code failed: R is not running."));
+    EXPECT_EQ(f.notes().last(), u"Startup code failed: R is not running."_qs);
     const qsizetype notes = f.notes().size();
     w.refreshROptions(false);
     EXPECT_EQ(f.notes().size(), notes);
@@ -179,27 +171,20 @@ TEST(WorkspaceCommands, SubmitRunAndPlaceholders)
     EXPECT_EQ(f.notes().size(), notes + 1);
 }
 
-TEST(WorkspaceCommands, PlotAreaSizesAndClearWorkspaceAlert)
+TEST(WorkspaceCommands, ClearWorkspaceAsksWithTheCount)
 {
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
-    w.plotAreaResized(QSize(100, 500));
-    EXPECT_TRUE(w.lastPlotSize().isEmpty());
-    w.plotAreaResized(QSize(603, 397));
-    EXPECT_EQ(w.lastPlotSize(), QSize(600, 400));
-
     std::optional<Workspace::Alert> shown;
     w.presentAlert = [&](const Workspace::Alert &alert) { shown = alert; };
-    SessionEvent state;
-    state.kind = SessionEvent::Kind::State;
-    state.state.env = {numericValue(QStringLiteral("x"), 1), numericValue(QStringLiteral("y"), 1)};
+    SessionEvent state = eventOf(SessionEvent::Kind::State);
+    state.state.env = {numericValue(u"x"_qs, 1), numericValue(u"y"_qs, 1)};
     w.handle(state);
     w.confirmClearWorkspace();
     ASSERT_TRUE(shown.has_value());
-    EXPECT_EQ(shown->title, QStringLiteral("Remove all objects from the workspace?"));
-    EXPECT_EQ(shown->text,
-              QStringLiteral("This removes 2 objects from the global environment. It can’t be undone."));
-    EXPECT_EQ(shown->buttons, (QStringList{QStringLiteral("Remove All"), QStringLiteral("Cancel")}));
+    EXPECT_EQ(shown->title, u"Remove all objects from the workspace?"_qs);
+    EXPECT_EQ(shown->text, u"This removes 2 objects from the global environment. It can’t be undone."_qs);
+    EXPECT_EQ(shown->buttons, (QStringList{u"Remove All"_qs, u"Cancel"_qs}));
 }
 
 TEST(WorkspaceHistory, ArrowKeysWalkTheHistoryAndGiveBackTheDraft)
@@ -214,14 +199,14 @@ TEST(WorkspaceHistory, ArrowKeysWalkTheHistoryAndGiveBackTheDraft)
         w.run(QString::fromLatin1(code), ExecOrigin::console());
     ASSERT_EQ(w.history().size(), 3);
 
-    w.setConsoleInput(QStringLiteral("dra"));
-    EXPECT_EQ(w.consoleHistory(D::Back), QStringLiteral("a"));
-    EXPECT_EQ(w.consoleHistory(D::Back), QStringLiteral("b"));
-    EXPECT_EQ(w.consoleHistory(D::Back), QStringLiteral("a"));
-    EXPECT_EQ(w.consoleHistory(D::Back), QStringLiteral("a")) << "index 0 stays";
-    EXPECT_EQ(w.consoleHistory(D::Forward), QStringLiteral("b"));
-    EXPECT_EQ(w.consoleHistory(D::Forward), QStringLiteral("a"));
-    EXPECT_EQ(w.consoleHistory(D::Forward), QStringLiteral("dra"));
+    w.setConsoleInput(u"dra"_qs);
+    EXPECT_EQ(w.consoleHistory(D::Back), u"a"_qs);
+    EXPECT_EQ(w.consoleHistory(D::Back), u"b"_qs);
+    EXPECT_EQ(w.consoleHistory(D::Back), u"a"_qs);
+    EXPECT_EQ(w.consoleHistory(D::Back), u"a"_qs) << "index 0 stays";
+    EXPECT_EQ(w.consoleHistory(D::Forward), u"b"_qs);
+    EXPECT_EQ(w.consoleHistory(D::Forward), u"a"_qs);
+    EXPECT_EQ(w.consoleHistory(D::Forward), u"dra"_qs);
     EXPECT_FALSE(w.consoleHistory(D::Forward).has_value());
 
     w.setConsoleInput(QString());
@@ -229,46 +214,45 @@ TEST(WorkspaceHistory, ArrowKeysWalkTheHistoryAndGiveBackTheDraft)
     EXPECT_EQ(w.consoleHistory(D::Forward), QString()) << "an empty draft comes back empty";
 
     for (int i = 0; i < 2001; ++i)
-        w.run(QStringLiteral("x%1").arg(i), ExecOrigin::console());
+        w.run(u"x%1"_qs.arg(i), ExecOrigin::console());
     EXPECT_EQ(w.history().size(), Workspace::historyLimit);
-    EXPECT_EQ(w.history().last().code, QStringLiteral("x2000"));
-    EXPECT_EQ(w.history().first().code, QStringLiteral("x1"));
+    EXPECT_EQ(w.history().last().code, u"x2000"_qs);
+    EXPECT_EQ(w.history().first().code, u"x1"_qs);
 }
 
 TEST(WorkspaceHistory, PersistsPerProjectAndSurvivesDamage)
 {
     QStandardPaths::setTestModeEnabled(true);
     QTemporaryDir projects;
-    const QString one = projects.filePath(QStringLiteral("a/data"));
-    const QString two = projects.filePath(QStringLiteral("b/data"));
+    const QString one = projects.filePath(u"a/data"_qs);
+    const QString two = projects.filePath(u"b/data"_qs);
     QDir().mkpath(one);
     QDir().mkpath(two);
     EXPECT_NE(SessionFiles::key(one), SessionFiles::key(two)) << "same folder name, two keys";
-    EXPECT_TRUE(SessionFiles::key(one).startsWith(QStringLiteral("data-")));
-    EXPECT_EQ(SessionFiles::key(one), SessionFiles::key(one + QStringLiteral("/")));
-    EXPECT_EQ(SessionFiles::key(std::nullopt), QStringLiteral("no-project"));
-    EXPECT_EQ(SessionFiles::key(QStringLiteral("/tmp/my project!")).section(u'-', 0, 2),
-              QStringLiteral("my-project-"));
+    EXPECT_TRUE(SessionFiles::key(one).startsWith(u"data-"_qs));
+    EXPECT_EQ(SessionFiles::key(one), SessionFiles::key(one + u"/"_qs));
+    EXPECT_EQ(SessionFiles::key(std::nullopt), u"no-project"_qs);
+    EXPECT_EQ(SessionFiles::key(u"/tmp/my project!"_qs).section(u'-', 0, 2), u"my-project-"_qs);
     QFile::remove(HistoryStore::filePath(one));
     QFile::remove(HistoryStore::filePath(two));
 
     {
         IsolatedWorkspace f;
         f.workspace->openProject(one);
-        f.workspace->run(QStringLiteral("summary(x)"), ExecOrigin::console());
+        f.workspace->run(u"summary(x)"_qs, ExecOrigin::console());
         f.workspace->switchProject(two);
-        f.workspace->run(QStringLiteral("plot(y)"), ExecOrigin::agent(QStringLiteral("Analyst")));
+        f.workspace->run(u"plot(y)"_qs, ExecOrigin::agent(u"Analyst"_qs));
         f.workspace->shutDown();
         EXPECT_EQ(RecentProjects::all(*f.settings), (QStringList{two, one}));
     }
     const QList<HistoryEntry> first = HistoryStore::load(one);
     ASSERT_EQ(first.size(), 1);
-    EXPECT_EQ(first[0].code, QStringLiteral("summary(x)"));
-    EXPECT_EQ(first[0].origin, QStringLiteral("console"));
+    EXPECT_EQ(first[0].code, u"summary(x)"_qs);
+    EXPECT_EQ(first[0].origin, u"console"_qs);
     EXPECT_LT(std::abs(first[0].date.secsTo(QDateTime::currentDateTime())), 60);
     const QList<HistoryEntry> second = HistoryStore::load(two);
     ASSERT_EQ(second.size(), 1);
-    EXPECT_EQ(second[0].origin, QStringLiteral("Analyst"));
+    EXPECT_EQ(second[0].origin, u"Analyst"_qs);
 
     {
         IsolatedWorkspace f;
@@ -277,16 +261,16 @@ TEST(WorkspaceHistory, PersistsPerProjectAndSurvivesDamage)
         f.workspace->shutDown();
     }
 
-    QFile damaged(HistoryStore::filePath(one));
-    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
-    damaged.write("[{\"code\": \"ok\"}, {\"code\": 3}, \x01\x02 not json");
-    damaged.close();
+    const auto damage = [&](const QByteArray &bytes) {
+        QFile damaged(HistoryStore::filePath(one));
+        EXPECT_TRUE(damaged.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        damaged.write(bytes);
+    };
+    damage("[{\"code\": \"ok\"}, {\"code\": 3}, \x01\x02 not json");
     EXPECT_TRUE(HistoryStore::load(one).isEmpty());
 
     // Records that do not decode are skipped; absurd dates do not hurt.
-    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    damaged.write("[{\"code\": \"ok\", \"date\": 1e308}, {\"code\": 3}, 7, {\"code\": \"b\", \"date\": 0}]");
-    damaged.close();
+    damage("[{\"code\": \"ok\", \"date\": 1e308}, {\"code\": 3}, 7, {\"code\": \"b\", \"date\": 0}]");
     const QList<HistoryEntry> kept = HistoryStore::load(one);
     ASSERT_EQ(kept.size(), 2);
     EXPECT_FALSE(kept[0].date.isValid());

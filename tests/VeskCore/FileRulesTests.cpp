@@ -119,15 +119,13 @@ TEST(FileStamp, StoredFormKeepsTheStampExactly)
 
 TEST(FileTypes, RoutesByLowerCasedExtension)
 {
-    EXPECT_EQ(FileTypes::route(u"R"), FileOpenRoute::editor);
-    EXPECT_EQ(FileTypes::route(u"CSV"), FileOpenRoute::importData);
-    EXPECT_EQ(FileTypes::route(u"RData"), FileOpenRoute::importData);
-    EXPECT_EQ(FileTypes::route(u"SVG"), FileOpenRoute::viewer);
-    EXPECT_EQ(FileTypes::route(u"gitignore"), FileOpenRoute::editor);
-    EXPECT_EQ(FileTypes::route(u"parquet"), FileOpenRoute::external);
-    EXPECT_EQ(FileTypes::route(u"unknownext"), FileOpenRoute::sniff);
-    EXPECT_EQ(FileTypes::route(u""), FileOpenRoute::sniff);
-    EXPECT_EQ(FileTypes::route(u".r"), FileOpenRoute::sniff); // an extension comes without its dot
+    using R = FileOpenRoute;
+    const std::pair<const char16_t *, R> routes[] = {
+        {u"R", R::editor},         {u"CSV", R::importData},   {u"RData", R::importData}, {u"SVG", R::viewer},
+        {u"gitignore", R::editor}, {u"parquet", R::external}, {u"unknownext", R::sniff}, {u"", R::sniff},
+        {u".r", R::sniff}}; // an extension comes without its dot
+    for (const auto &[extension, route] : routes)
+        EXPECT_EQ(FileTypes::route(extension), route) << QString::fromUtf16(extension).toStdString();
     // The tables don't overlap, so their order can't hide an entry.
     for (const QSet<QString> *table : {&FileTypes::viewer(), &FileTypes::text(), &FileTypes::external()})
         EXPECT_FALSE(table->intersects(FileTypes::data()));

@@ -10,22 +10,19 @@ namespace {
 
 constexpr qint64 limit = 1000;
 
-// Everything the parser yields for `input` fed in pieces of `piece` bytes (0: all at once), up to
-// and including the first error.
+// Everything the parser yields for `parts` fed one after the other, up to and including the first error.
 struct Parsed {
     QList<HTTPRequest> requests;
     std::optional<HTTPParseError> error;
     bool continueSeen = false;
 };
 
-Parsed parse(QByteArrayView input, qsizetype piece = 0, qint64 maxBody = limit)
+Parsed feed(const QList<QByteArrayView> &parts, qint64 maxBody = limit)
 {
     Parsed parsed;
     HTTPRequestParser parser(maxBody);
-    if (piece <= 0)
-        piece = qMax<qsizetype>(1, input.size());
-    for (qsizetype at = 0; at < input.size() && !parsed.error; at += piece) {
-        parser.append(input.sliced(at, qMin(piece, input.size() - at)));
+    for (qsizetype i = 0; i < parts.size() && !parsed.error; ++i) {
+        parser.append(parts[i]);
         for (;;) {
             HTTPRequestParser::Next next = parser.next();
             if (auto *r = std::get_if<HTTPRequest>(&next)) {
@@ -43,6 +40,17 @@ Parsed parse(QByteArrayView input, qsizetype piece = 0, qint64 maxBody = limit)
         }
     }
     return parsed;
+}
+
+// `input` in pieces of `piece` bytes (0: all at once).
+Parsed parse(QByteArrayView input, qsizetype piece = 0, qint64 maxBody = limit)
+{
+    if (piece <= 0)
+        piece = qMax<qsizetype>(1, input.size());
+    QList<QByteArrayView> parts;
+    for (qsizetype at = 0; at < input.size(); at += piece)
+        parts.append(input.sliced(at, qMin(piece, input.size() - at)));
+    return feed(parts, maxBody);
 }
 
 HTTPParseError errorOf(QByteArrayView input, qint64 maxBody = limit)
@@ -91,20 +99,9 @@ TEST(HTTPRequestParser, EveryCutPositionGivesTheSameRequests)
     EXPECT_EQ(whole.requests[1].version, u"HTTP/1.0");
 
     for (qsizetype cut = 1; cut < input.size(); ++cut) {
-        HTTPRequestParser parser(limit);
-        QList<HTTPRequest> got;
-        for (QByteArrayView part : {QByteArrayView(input).first(cut), QByteArrayView(input).sliced(cut)}) {
-            parser.append(part);
-            for (;;) {
-                HTTPRequestParser::Next next = parser.next();
-                ASSERT_FALSE(std::holds_alternative<HTTPParseError>(next)) << "cut at " << cut;
-                if (auto *r = std::get_if<HTTPRequest>(&next))
-                    got.append(*r);
-                else
-                    break;
-            }
-        }
-        EXPECT_EQ(got, whole.requests) << "cut at " << cut;
+        const Parsed split = feed({QByteArrayView(input).first(cut), QByteArrayView(input).sliced(cut)});
+        EXPECT_FALSE(split.error) << "cut at " << cut;
+        EXPECT_EQ(split.requests, whole.requests) << "cut at " << cut;
     }
     // And byte by byte, which also walks every partial chunk.
     EXPECT_EQ(parse(input, 1).requests, whole.requests);
@@ -257,8 +254,6 @@ TEST(HTTPResponse, Serialization)
     EXPECT_EQ(response.serialized(false, false),
               "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Bearer realm=\"x\"\r\n"
               "Content-Length: 2\r\nConnection: close\r\n\r\n");
-    EXPECT_EQ(HTTPResponse::reasonPhrase(413), "Content Too Large");
-    EXPECT_EQ(HTTPResponse::reasonPhrase(431), "Request Header Fields Too Large");
     EXPECT_EQ(HTTPResponse::reasonPhrase(418), "Status 418");
     EXPECT_EQ(HTTPResponse::continueLine(), "HTTP/1.1 100 Continue\r\n\r\n");
 }

@@ -34,6 +34,11 @@ QByteArray request(const QByteArray &method, const QByteArray &target, const QBy
     return out + "\r\n" + body;
 }
 
+JSONValue json(const char *text)
+{
+    return JSONValue::parse(QByteArrayView(text)).value_or(JSONValue());
+}
+
 JSONValue rpc(int id, const QString &method, JSONValue params = JSONValue(JSONValue::Object()))
 {
     return JSONValue{{QStringLiteral("jsonrpc"), "2.0"},
@@ -72,17 +77,13 @@ protected:
         headers.append(auth);
         return send("POST", "/mcp", message.serialized(), headers);
     }
-    QString initialize(const QString &clientName = QStringLiteral("tester"))
+    QString initialize()
     {
         const Reply r =
             post(rpc(1, QStringLiteral("initialize"),
-                     JSONValue{{QStringLiteral("protocolVersion"), "2025-06-18"},
-                               {QStringLiteral("clientInfo"), JSONValue{{QStringLiteral("name"), clientName},
-                                                                        {QStringLiteral("version"), "1"}}}}));
+                     json(R"({"protocolVersion":"2025-06-18","clientInfo":{"name":"t","version":"1"}})")));
         EXPECT_EQ(r.status, 200);
-        return r.headers.count(QStringLiteral("mcp-session-id"))
-                   ? r.headers.at(QStringLiteral("mcp-session-id"))
-                   : QString();
+        return r.header("mcp-session-id");
     }
     QByteArray sessionHeader(const QString &id) { return "Mcp-Session-Id: " + id.toUtf8(); }
 
@@ -96,9 +97,7 @@ protected:
 void expectRefusal(const Reply &r, int status, int code, const QString &message)
 {
     EXPECT_EQ(r.status, status) << r.body.toStdString();
-    EXPECT_EQ(r.headers.count(QStringLiteral("content-type")) ? r.headers.at(QStringLiteral("content-type"))
-                                                              : "",
-              u"application/json");
+    EXPECT_EQ(r.header("content-type"), u"application/json");
     const JSONValue json = r.json();
     EXPECT_TRUE(json[u"id"].isNull());
     EXPECT_EQ(json[u"error"][u"code"].intValue(), code);
@@ -110,7 +109,6 @@ void expectRefusal(const Reply &r, int status, int code, const QString &message)
 TEST(MCPServerChecks, TokensOriginsAndPaths)
 {
     const QString token = MCPServer::makeToken();
-    EXPECT_EQ(token.size(), 64);
     EXPECT_TRUE(QRegularExpression(QStringLiteral("^[0-9a-f]{64}$")).match(token).hasMatch());
     EXPECT_NE(token, MCPServer::makeToken());
     EXPECT_EQ(MCPServer::randomHex(16).size(), 32);
@@ -166,18 +164,14 @@ TEST_F(MCPServerTest, RefusalsComeInOrder)
         const Reply r =
             send("POST", "/mcp/?trace=1", rpc(7, QStringLiteral("ping")).serialized(), {origin, lowerAuth});
         EXPECT_EQ(r.status, 200);
-        EXPECT_EQ(r.json(), JSONValue({{QStringLiteral("jsonrpc"), "2.0"},
-                                       {QStringLiteral("id"), 7},
-                                       {QStringLiteral("result"), JSONValue(JSONValue::Object())}}));
+        EXPECT_EQ(r.json(), json(R"({"jsonrpc":"2.0","id":7,"result":{}})"));
     }
 }
 
 TEST_F(MCPServerTest, SessionsListAndCall)
 {
-    const Reply init =
-        post(rpc(1, QStringLiteral("initialize"),
-                 JSONValue{{QStringLiteral("protocolVersion"), "2099-01-01"},
-                           {QStringLiteral("clientInfo"), JSONValue{{QStringLiteral("name"), "c"}}}}));
+    const Reply init = post(rpc(1, QStringLiteral("initialize"),
+                                json(R"({"protocolVersion":"2099-01-01","clientInfo":{"name":"c"}})")));
     ASSERT_EQ(init.status, 200);
     const QString session = init.header("mcp-session-id");
     EXPECT_EQ(session.size(), 32);
@@ -232,19 +226,15 @@ TEST_F(MCPServerTest, MessagesBatchesAndErrors)
     expectRefusal(send("POST", "/mcp", "[]", {auth}), 400, -32600, QStringLiteral("Invalid request."));
     expectRefusal(send("POST", "/mcp", "42", {auth}), 400, -32600, QStringLiteral("Invalid request."));
 
-    const JSONValue notification{{QStringLiteral("jsonrpc"), "2.0"},
-                                 {QStringLiteral("method"), "notifications/x"}};
-    const JSONValue cancelUnknown{{QStringLiteral("jsonrpc"), "2.0"},
-                                  {QStringLiteral("method"), "notifications/cancelled"},
-                                  {QStringLiteral("params"), JSONValue{{QStringLiteral("requestId"), 99}}}};
-    const JSONValue cancelNoID{{QStringLiteral("jsonrpc"), "2.0"},
-                               {QStringLiteral("method"), "notifications/cancelled"}};
+    const JSONValue notification = json(R"({"jsonrpc":"2.0","method":"notifications/x"})");
+    const JSONValue cancelUnknown =
+        json(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":99}})");
+    const JSONValue cancelNoID = json(R"({"jsonrpc":"2.0","method":"notifications/cancelled"})");
     const Reply accepted = post(JSONValue::array({notification, cancelUnknown, cancelNoID}));
     EXPECT_EQ(accepted.status, 202);
     EXPECT_TRUE(accepted.body.isEmpty());
 
-    const JSONValue invalid{
-        {QStringLiteral("jsonrpc"), "1.0"}, {QStringLiteral("id"), "x"}, {QStringLiteral("method"), "ping"}};
+    const JSONValue invalid = json(R"({"jsonrpc":"1.0","id":"x","method":"ping"})");
     const Reply alone = post(invalid);
     EXPECT_EQ(alone.status, 400);
     EXPECT_EQ(alone.json()[u"id"].stringValue(), u"x");
@@ -294,9 +284,8 @@ TEST_F(MCPServerTest, CancellationReachesTheTool)
     ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 1; }, 10s));
     // Another session's id 5 is a different call.
     const QString other = initialize();
-    const JSONValue cancel{{QStringLiteral("jsonrpc"), "2.0"},
-                           {QStringLiteral("method"), "notifications/cancelled"},
-                           {QStringLiteral("params"), JSONValue{{QStringLiteral("requestId"), 5}}}};
+    const JSONValue cancel =
+        json(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":5}})");
     EXPECT_EQ(post(cancel, {sessionHeader(other)}).status, 202);
     EXPECT_EQ(pending.wait_for(200ms), std::future_status::timeout);
     EXPECT_EQ(post(cancel, {sessionHeader(session)}).status, 202);

@@ -19,7 +19,7 @@ REnvObject object(const QString &name, REnvObject::Kind kind, const QString &cls
 
 REnvObject frame(const QString &name, double rows, double cols)
 {
-    REnvObject o = object(name, REnvObject::Kind::Data, QStringLiteral("data.frame"));
+    REnvObject o = object(name, REnvObject::Kind::Data, u"data.frame"_qs);
     o.dim = QList<double>{rows, cols};
     o.length = cols;
     return o;
@@ -27,7 +27,7 @@ REnvObject frame(const QString &name, double rows, double cols)
 
 REnvObject scalar(const QString &name, const QString &summary)
 {
-    REnvObject o = object(name, REnvObject::Kind::Value, QStringLiteral("numeric"));
+    REnvObject o = object(name, REnvObject::Kind::Value, u"numeric"_qs);
     o.length = 1;
     o.summary = summary;
     return o;
@@ -54,9 +54,9 @@ TEST(WorkspaceChangeDiff, OrderKindsAndDataFlag)
 
     const auto changes = WorkspaceChange::diff(before, now, english);
     const QList<WorkspaceChange> expected = {
-        {WorkspaceChange::Kind::Added, "df", QStringLiteral("data.frame · 1,000 × 5"), true},
-        {WorkspaceChange::Kind::Changed, "a", QStringLiteral("1 → 2"), false},
-        {WorkspaceChange::Kind::Added, "f", QStringLiteral("function"), false},
+        {WorkspaceChange::Kind::Added, "df", u"data.frame · 1,000 × 5"_qs, true},
+        {WorkspaceChange::Kind::Changed, "a", u"1 → 2"_qs, false},
+        {WorkspaceChange::Kind::Added, "f", u"function"_qs, false},
         {WorkspaceChange::Kind::Removed, "gone", std::nullopt, false},
     };
     EXPECT_EQ(changes, expected);
@@ -78,33 +78,33 @@ TEST(WorkspaceChangeDiff, ChangeDetails)
     short3.length = 3;
     REnvObject long5 = short3;
     long5.length = 5;
-    EXPECT_EQ(onlyDetail(short3, long5), QStringLiteral("length 3 → 5"));
+    EXPECT_EQ(onlyDetail(short3, long5), u"length 3 → 5"_qs);
     REnvObject chars = long5;
-    chars.classes = {QStringLiteral("character")};
-    EXPECT_EQ(onlyDetail(short3, chars), QStringLiteral("numeric → character"));
+    chars.classes = {u"character"_qs};
+    EXPECT_EQ(onlyDetail(short3, chars), u"numeric → character"_qs);
 
-    EXPECT_EQ(onlyDetail(frame("d", 1000, 5), frame("d", 1200, 5)), QStringLiteral("1,000 → 1,200 rows"));
-    EXPECT_EQ(onlyDetail(frame("d", 1000, 5), frame("d", 1000, 7)), QStringLiteral("+2 cols"));
+    EXPECT_EQ(onlyDetail(frame("d", 1000, 5), frame("d", 1200, 5)), u"1,000 → 1,200 rows"_qs);
+    EXPECT_EQ(onlyDetail(frame("d", 1000, 5), frame("d", 1000, 7)), u"+2 cols"_qs);
     EXPECT_EQ(onlyDetail(frame("d", 1000, 5), frame("d", 1000, 4)), QString(QChar(0x2212)) + "1 col");
-    EXPECT_EQ(onlyDetail(frame("d", 10, 2), frame("d", 20, 3)), QStringLiteral("10 × 2 → 20 × 3"));
+    EXPECT_EQ(onlyDetail(frame("d", 10, 2), frame("d", 20, 3)), u"10 × 2 → 20 × 3"_qs);
     // Cells and size alone are not reported.
     REnvObject bigger = frame("d", 10, 2);
     bigger.size = 9999;
     EXPECT_EQ(onlyDetail(frame("d", 10, 2), bigger), std::nullopt);
 
     REnvObject f1 = object("f", REnvObject::Kind::Function, "function");
-    f1.summary = QStringLiteral("function(x) x");
+    f1.summary = u"function(x) x"_qs;
     REnvObject f2 = f1;
     EXPECT_EQ(onlyDetail(f1, f2), std::nullopt);
-    f2.summary = QStringLiteral("function(x) x + 1");
-    EXPECT_EQ(onlyDetail(f1, f2), QStringLiteral("new definition"));
+    f2.summary = u"function(x) x + 1"_qs;
+    EXPECT_EQ(onlyDetail(f1, f2), u"new definition"_qs);
 
     EXPECT_EQ(onlyDetail(scalar("x", "1"), scalar("x", "1")), std::nullopt);
     EXPECT_EQ(onlyDetail(scalar("x", QString(24, u'a')), scalar("x", "line\nfeed")),
-              QString(24, u'a') + QStringLiteral(" → line feed"));
+              QString(24, u'a') + u" → line feed"_qs);
     EXPECT_EQ(onlyDetail(scalar("x", "1"), scalar("x", QString(25, u'b'))),
-              QStringLiteral("1 → ") + QString(23, u'b') + QChar(0x2026));
+              u"1 → "_qs + QString(23, u'b') + QChar(0x2026));
 
     REnvObject list = object("d", REnvObject::Kind::List, "list");
-    EXPECT_EQ(onlyDetail(frame("d", 3, 2), list), QStringLiteral("data.frame → list"));
+    EXPECT_EQ(onlyDetail(frame("d", 3, 2), list), u"data.frame → list"_qs);
 }

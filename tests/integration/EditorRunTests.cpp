@@ -10,19 +10,6 @@
 
 using namespace std::chrono_literals;
 
-namespace {
-
-QString transcript(const ConsoleModel &console)
-{
-    QString text;
-    for (const ConsoleModel::Cell &cell : console.cells())
-        for (const ConsoleModel::Item &item : cell.items)
-            text += item.text + u'\n';
-    return text;
-}
-
-} // namespace
-
 TEST(EditorRun, ControlReturnWalksAScriptStatementByStatementInR)
 {
     LiveWorkspace f;
@@ -42,9 +29,10 @@ TEST(EditorRun, ControlReturnWalksAScriptStatementByStatementInR)
     controlReturn();
     EXPECT_EQ(session->selection().location, session->text().indexOf(QStringLiteral("cat(")));
     controlReturn();
-    ASSERT_TRUE(TestSupport::waitUntil(
-        [&] { return transcript(workspace.console()).contains(QStringLiteral("total is 42")); }, 30s))
-        << transcript(workspace.console()).toStdString();
+    const auto transcript = [&] { return workspace.console().transcript(100, -1); };
+    ASSERT_TRUE(
+        TestSupport::waitUntil([&] { return transcript().contains(QStringLiteral("total is 42")); }, 30s))
+        << transcript().toStdString();
     EXPECT_EQ(session->selection().location, session->text().size()) << "after the last statement, the end";
     workspace.shutDown();
 }

@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-
 using namespace std::chrono_literals;
 
 namespace {
@@ -34,14 +32,6 @@ struct Recorder {
                 e.stream.prompt.kind == kind)
                 ++n;
         return n;
-    }
-    bool hasKernelEvent(const QString &type) const
-    {
-        for (const auto &e : events)
-            if (e.kind == RProcessEvent::Kind::Stdout && e.stream.kind == RStreamEvent::Kind::Event &&
-                e.stream.value[u"type"].stringValue() == type)
-                return true;
-        return false;
     }
     QString stdoutText(qsizetype from = 0) const
     {
@@ -105,43 +95,10 @@ TEST(RProcessWithR, HandshakeThenEchoTextPrompt)
     EXPECT_EQ(after.last().kind, RStreamEvent::Kind::Prompt);
     EXPECT_EQ(recorder.stdoutText(mark), QStringLiteral("Grüße 你好 🎉\n[1] 2\n"));
 
-    // The global environment holds nothing of the kernel.
-    const qsizetype mark2 = recorder.events.size();
-    process.send(QStringLiteral("cat(length(ls(globalenv(), all.names = TRUE)), '\\n')"));
-    ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.countPrompts(RPrompt::Kind::Ready) >= 3; }));
-    EXPECT_EQ(recorder.stdoutText(mark2), QStringLiteral("0 \n"));
-
     process.send(QStringLiteral("q()"));
     ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.exited(); }));
     EXPECT_EQ(recorder.events.last().text, QStringLiteral("R quit."));
     EXPECT_FALSE(process.isRunning());
-}
-
-TEST(RProcessWithR, InterruptEndsSleepAndSignalKillIsReported)
-{
-    RProcess process(TestSupport::rExecutable(), QDir::tempPath(), TestSupport::kernelScript());
-    Recorder recorder(process);
-    QString error;
-    ASSERT_TRUE(process.start({}, true, &error)) << error.toStdString();
-    ASSERT_TRUE(recorder.waitUntilReady());
-
-    process.send(QStringLiteral("Sys.sleep(30)"));
-    // Let R get into the sleep before the signal.
-    TestSupport::spin(300ms);
-    process.interrupt();
-    ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.countPrompts(RPrompt::Kind::Ready) >= 2; }, 5s));
-    EXPECT_TRUE(process.isRunning());
-
-    ::kill(process.processIdentifier(), SIGKILL);
-    ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.exited(); }));
-    EXPECT_EQ(recorder.events.last().text, QStringLiteral("R was terminated by signal 9."));
-    EXPECT_EQ(recorder.events.last().status, 9);
-
-    // After the exit, sending and terminating do nothing.
-    process.send(QStringLiteral("1"));
-    process.terminate();
-    TestSupport::spin(100ms);
-    EXPECT_EQ(recorder.events.last().kind, RProcessEvent::Kind::Exited);
 }
 
 TEST(RProcessLaunch, MissingWorkingDirectoryOrExecutableFails)
@@ -176,7 +133,15 @@ TEST(RProcessLaunch, ChildIgnoringTermIsKilledAndExitComesLast)
     process.terminate();
     ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.exited(); }, 6s));
     EXPECT_EQ(recorder.events.last().text, QStringLiteral("R was terminated by signal 9."));
+    EXPECT_EQ(recorder.events.last().status, 9);
     EXPECT_EQ(recorder.stdoutText(), QStringLiteral("last words"));
+
+    // After the exit, sending and terminating do nothing.
+    const qsizetype count = recorder.events.size();
+    process.send(QStringLiteral("1"));
+    process.terminate();
+    TestSupport::spin(100ms);
+    EXPECT_EQ(recorder.events.size(), count);
 }
 
 TEST(RProcessLaunch, ExitWithHeldPipeStillEndsTheStream)
@@ -204,27 +169,24 @@ TEST(RProcessEnvironment, BuiltFromTheParentInOrder)
                                    {{QStringLiteral("TERM"), QStringLiteral("xterm")},
                                     {QStringLiteral("VESK_KERNEL_TOKEN"), QStringLiteral("x")}},
                                    QStringLiteral("0123456789abcdef0123456789abcdef"));
-    EXPECT_TRUE(env.contains(QStringLiteral("LANG=de_DE.utf-8")));
-    EXPECT_TRUE(env.contains(QStringLiteral("LC_CTYPE=de_DE.utf-8")));
     // "/usr/local/bin2" contains "/usr/local/bin" as a substring, which counts.
-    EXPECT_TRUE(
-        env.contains(QStringLiteral("PATH=/usr/local/bin2:/bin:/opt/homebrew/bin:/Library/TeX/texbin")));
-    EXPECT_TRUE(env.contains(QStringLiteral("R_CLI_NUM_COLORS=256")));
-    EXPECT_TRUE(env.contains(QStringLiteral("TERM=xterm")));
-    EXPECT_TRUE(env.contains(QStringLiteral("VESK_KERNEL_TOKEN=0123456789abcdef0123456789abcdef")));
-    EXPECT_TRUE(env.contains(QStringLiteral("HOME=/home/x")));
+    for (const char *entry :
+         {"LANG=de_DE.utf-8", "LC_CTYPE=de_DE.utf-8",
+          "PATH=/usr/local/bin2:/bin:/opt/homebrew/bin:/Library/TeX/texbin", "R_CLI_NUM_COLORS=256",
+          "TERM=xterm", "VESK_KERNEL_TOKEN=0123456789abcdef0123456789abcdef", "HOME=/home/x"})
+        EXPECT_TRUE(env.contains(QLatin1String(entry))) << entry;
     for (const QString &entry : env)
         EXPECT_FALSE(entry.startsWith(QStringLiteral("RSTUDIO="))) << entry.toStdString();
 
     const QStringList bare =
         RProcess::childEnvironment({QStringLiteral("LANG=C")}, {}, QStringLiteral("0123456789abcdef"));
-    EXPECT_TRUE(bare.contains(QStringLiteral("LANG=en_US.UTF-8")));
-    EXPECT_TRUE(bare.contains(QStringLiteral("LC_CTYPE=en_US.UTF-8")));
-    EXPECT_TRUE(bare.contains(QStringLiteral(
-        "PATH=/usr/bin:/bin:/usr/sbin:/sbin:/usr/local/bin:/opt/homebrew/bin:/Library/TeX/texbin")));
+    for (const char *entry :
+         {"LANG=en_US.UTF-8", "LC_CTYPE=en_US.UTF-8",
+          "PATH=/usr/bin:/bin:/usr/sbin:/sbin:/usr/local/bin:/opt/homebrew/bin:/Library/TeX/texbin"})
+        EXPECT_TRUE(bare.contains(QLatin1String(entry))) << entry;
 
     EXPECT_EQ(RProcess::arguments(false).last(), QStringLiteral("--no-init-file"));
-    EXPECT_EQ(RProcess::arguments(true).size(), 5);
+    EXPECT_FALSE(RProcess::arguments(true).contains(QStringLiteral("--no-init-file")));
 }
 
 TEST(CommandOutputRun, OutputTimeoutAndFailure)
@@ -245,8 +207,8 @@ TEST(CommandOutputRun, OutputTimeoutAndFailure)
 TEST(RLocatorFind, PreferredPathMustBeExecutable)
 {
     EXPECT_EQ(RLocator::find(QStringLiteral("/bin/sh")), QStringLiteral("/bin/sh"));
-    const auto fallback = RLocator::find(QStringLiteral("/nonexistent/R"));
-    if (fallback)
+    if (const auto fallback = RLocator::find(QStringLiteral("/nonexistent/R"))) {
         EXPECT_TRUE(RLocator::candidates().contains(*fallback));
+    }
     EXPECT_EQ(RLocator::find(QString()), RLocator::find(std::nullopt));
 }

@@ -22,12 +22,6 @@ using namespace std::chrono_literals;
 namespace {
 
 struct PlotWorkspace : LiveWorkspace {
-    QList<Workspace::Alert> alerts;
-
-    PlotWorkspace()
-    {
-        workspace.presentAlert = [this](const Workspace::Alert &alert) { alerts.append(alert); };
-    }
     // What R answers to a line of code, trimmed.
     QString printed(const QString &code) { return run(code).output.trimmed(); }
     const PlotStore::Page *page(int id) { return workspace.plots().page(id); }
@@ -163,6 +157,7 @@ TEST(WorkspacePlots, RemovalClearingAndHundredPages)
     ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
     ASSERT_EQ(w.plots().pages().size(), 1);
     EXPECT_EQ(w.plots().pages()[0].id, 101) << "the kernel never gives a number out twice";
+    EXPECT_EQ(f.printed(QStringLiteral("cat(ls(.vesk$plotPages))")), QStringLiteral("101"));
 
     // A restart starts a new history.
     w.restartR();
@@ -174,8 +169,10 @@ TEST(WorkspacePlots, RemovalClearingAndHundredPages)
 
 TEST(WorkspacePlots, ThemeAndExport)
 {
+    QList<Workspace::Alert> alerts; // outlives the workspace that reports into it
     PlotWorkspace f;
     Workspace &w = f.workspace;
+    w.presentAlert = [&](const Workspace::Alert &alert) { alerts.append(alert); };
     // A graphite accent can't carry a chart: the kernel gets blue.
     w.plotAccent = [] { return QColor(0x8E, 0x8E, 0x93); };
     ASSERT_TRUE(f.start());
@@ -212,17 +209,18 @@ TEST(WorkspacePlots, ThemeAndExport)
     w.exportPlot(page, png, QStringLiteral("png"), QSizeF(504, 360), 300, [&](bool ok) { exported = ok; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
     EXPECT_TRUE(*exported);
-    EXPECT_EQ(QImage(png).size(), QSize(2100, 1500));
+    EXPECT_EQ(QImage(png).size(), QSize(2100, 1500)); // 7 by 5 inches at 300 DPI
+    EXPECT_NEAR(QImage(png).dotsPerMeterX() * 0.0254, 300, 1);
     EXPECT_EQ(f.settings.plotExportDPIValue(), 300);
-    EXPECT_TRUE(f.alerts.isEmpty());
+    EXPECT_TRUE(alerts.isEmpty());
 
     exported.reset();
     w.exportPlot(page, f.dir.filePath(QStringLiteral("missing/folder/cars.pdf")), QStringLiteral("pdf"),
                  QSizeF(504, 360), 144, [&](bool ok) { exported = ok; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
     EXPECT_FALSE(*exported);
-    ASSERT_EQ(f.alerts.size(), 1);
-    EXPECT_EQ(f.alerts[0].title, QStringLiteral("The plot could not be exported."));
+    ASSERT_EQ(alerts.size(), 1);
+    EXPECT_EQ(alerts[0].title, QStringLiteral("The plot could not be exported."));
 }
 
 TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)

@@ -12,7 +12,6 @@
 #include "Editor/Views/EditorJumpBar.h"
 #include "Editor/Views/ScriptEditorView.h"
 #include "OffscreenWorkspace.h"
-#include "RIndenter.h"
 #include "TestSupport.h"
 #include "ToolLocator.h"
 
@@ -93,7 +92,7 @@ QTextCharFormat formatAt(const QTextDocument *document, int position)
 
 } // namespace
 
-TEST(CodeEditorView, TypingAFunctionPairsTypesOverAndIndentsAsTheIndenterSays)
+TEST(CodeEditorView, TypingAFunctionPairsTypesOverAndIndents)
 {
     EditorFixture f;
     f.type(QStringLiteral("f <- function(x"));
@@ -106,12 +105,9 @@ TEST(CodeEditorView, TypingAFunctionPairsTypesOverAndIndentsAsTheIndenterSays)
     f.type(QStringLiteral("\n1"));
     EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {\n  if (x) {\n    x +\n      1|\n  }\n}"));
 
-    // What the editor did agrees with the indenter on the same text.
+    // Return inside an open call aligns with its first argument.
     f.load(QStringLiteral("x <- c(a,|"));
-    const auto snapshot = f.session()->snapshot();
-    const RTextEdit expected = RIndenter::newline(*snapshot, f.session()->selection(), 2);
     f.press(Qt::Key_Return);
-    EXPECT_EQ(f.text(), expected.applied(QStringLiteral("x <- c(a,")));
     EXPECT_EQ(f.shown(), QStringLiteral("x <- c(a,\n       |"));
 
     // A closer typed on a blank line goes back to its opener's indentation.
@@ -241,29 +237,26 @@ TEST(CodeEditorView, SectionsChunksAndTheTextUpToTheCaretRunAsTheyShould)
 TEST(CodeEditorView, UndoTakesBackOneStructuralEditInOneStep)
 {
     EditorFixture f;
-    f.load(QStringLiteral("|a <- 1\nb <- 2|\n"));
-    f.press(Qt::Key_Slash, Qt::ControlModifier);
-    EXPECT_EQ(f.text(), QStringLiteral("# a <- 1\n# b <- 2\n"));
-    f.editor()->undo();
-    EXPECT_EQ(f.text(), QStringLiteral("a <- 1\nb <- 2\n"));
-
-    f.load(QStringLiteral("x|"));
-    f.type(QStringLiteral("("));
-    EXPECT_EQ(f.text(), QStringLiteral("x()"));
-    f.editor()->undo();
-    EXPECT_EQ(f.text(), QStringLiteral("x"));
-
-    f.load(QStringLiteral("f <- function() {|}"));
-    f.press(Qt::Key_Return);
-    EXPECT_EQ(f.text(), QStringLiteral("f <- function() {\n  \n}"));
-    f.editor()->undo();
-    EXPECT_EQ(f.text(), QStringLiteral("f <- function() {}"));
-
-    f.load(QStringLiteral("|a\nb|"));
-    f.press(Qt::Key_BracketRight, Qt::ControlModifier);
-    EXPECT_EQ(f.text(), QStringLiteral("  a\n  b"));
-    f.editor()->undo();
-    EXPECT_EQ(f.text(), QStringLiteral("a\nb"));
+    struct Case {
+        const char *before;
+        int key;
+        Qt::KeyboardModifiers modifiers;
+        const char *typed;
+        const char *after;
+    };
+    const Case cases[] = {
+        {"|a <- 1\nb <- 2|\n", Qt::Key_Slash, Qt::ControlModifier, "", "# a <- 1\n# b <- 2\n"},
+        {"x|", Qt::Key_ParenLeft, Qt::NoModifier, "(", "x()"},
+        {"f <- function() {|}", Qt::Key_Return, Qt::NoModifier, "", "f <- function() {\n  \n}"},
+        {"|a\nb|", Qt::Key_BracketRight, Qt::ControlModifier, "", "  a\n  b"},
+    };
+    for (const Case &c : cases) {
+        f.load(QString::fromUtf8(c.before));
+        f.press(c.key, c.modifiers, QString::fromUtf8(c.typed));
+        EXPECT_EQ(f.text(), QString::fromUtf8(c.after)) << c.before;
+        f.editor()->undo();
+        EXPECT_EQ(f.text(), withoutMarks(QString::fromUtf8(c.before)).text) << c.before;
+    }
 
     f.load(QStringLiteral("x|"));
     f.press(Qt::Key_Minus, Qt::AltModifier, QStringLiteral("-"));
@@ -365,10 +358,9 @@ TEST(CodeEditorView, BracketsBreakpointsNamesAndTheJumpBar)
 TEST(CodeEditorView, ConsoleReturnSubmitsOnlyCompleteInput)
 {
     OffscreenWindow f;
-    Workspace &workspace = *f.workspace;
-    MainWindow &window = *f.window;
-    window.show();
-    ConsoleInput *input = window.console()->input();
+    const Workspace &workspace = *f.workspace;
+    f.window->show();
+    ConsoleInput *input = f.window->console()->input();
     auto press = [input](int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier,
                          const QString &text = {}) {
         QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
@@ -426,12 +418,13 @@ TEST(CodeEditorView, SettingsReachTheEditor)
 TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile)
 {
     EditorFixture f;
-    const QString path = f.dir.filePath(QStringLiteral("it's.R"));
-    {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("x <- 1\n");
-    }
+    const auto write = [&f](const QString &name, const QByteArray &bytes) {
+        QFile file(f.dir.filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return file.fileName();
+    };
+    const QString path = write(QStringLiteral("it's.R"), "x <- 1\n");
     DocumentStore &store = f.workspace->documents();
     store.open(path);
     EditorDocument *document = store.script(path);
@@ -462,12 +455,7 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
     EXPECT_EQ(editor->toPlainText(), QStringLiteral("z <- 3\n"));
 
     // An R Markdown document knits instead.
-    const QString report = f.dir.filePath(QStringLiteral("report.Rmd"));
-    {
-        QFile file(report);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("# Report\n```{r}\n1 + 1\n```\n");
-    }
+    const QString report = write(QStringLiteral("report.Rmd"), "# Report\n```{r}\n1 + 1\n```\n");
     store.open(report);
     ScriptEditorView reportView(*f.workspace, *store.script(report));
     EXPECT_EQ(reportView.editor()->session()->language(), RSourceLanguage::rMarkdown);
