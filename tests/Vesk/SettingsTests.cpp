@@ -54,10 +54,8 @@ TEST(SettingsStore, StoredValuesReadBackTypedAndNotify)
 
 TEST(SettingsStore, RecentListsMoveToTheFrontAndKeepTheirLimit)
 {
-    const QStringList list = {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")};
-    EXPECT_EQ(RecentList::adding(QStringLiteral("c"), list, 3),
-              (QStringList{QStringLiteral("c"), QStringLiteral("a"), QStringLiteral("b")}));
-    EXPECT_EQ(RecentList::adding(QStringLiteral("d"), list, 2),
-              (QStringList{QStringLiteral("d"), QStringLiteral("a")}));
-    EXPECT_TRUE(RecentList::adding(QStringLiteral("d"), list, -1).isEmpty());
+    const QStringList list = {u"a"_qs, u"b"_qs, u"c"_qs};
+    EXPECT_EQ(RecentList::adding(u"c"_qs, list, 3), (QStringList{u"c"_qs, u"a"_qs, u"b"_qs}));
+    EXPECT_EQ(RecentList::adding(u"d"_qs, list, 2), (QStringList{u"d"_qs, u"a"_qs}));
+    EXPECT_TRUE(RecentList::adding(u"d"_qs, list, -1).isEmpty());
 }

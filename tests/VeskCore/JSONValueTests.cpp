@@ -18,8 +18,16 @@ JSONValue parsed(const char *text)
 
 } // namespace
 
-TEST(JSONValue, MembersNullAndAbsenceAreDistinct)
+TEST(JSONValue, ScalarsMembersAndNullVersusAbsence)
 {
+    EXPECT_EQ(parsed(" true ").boolValue(), true);
+    EXPECT_EQ(parsed("-0.5e1").doubleValue(), -5.0);
+    EXPECT_TRUE(parsed("null").isNull());
+    EXPECT_EQ(parsed("\"\"").stringValue(), QString());
+    EXPECT_EQ(parsed("[]").arrayValue()->size(), 0);
+    EXPECT_EQ(parsed("{}").objectValue()->size(), 0u);
+    EXPECT_EQ(parsed(R"({"k":1,"k":2})")[u"k"].intValue(), 2);
+
     const JSONValue object = parsed(R"({"a":null,"n":[1,"x",true]})");
     ASSERT_NE(object.find(u"a"), nullptr);
     EXPECT_TRUE(object.find(u"a")->isNull());
@@ -36,12 +44,11 @@ TEST(JSONValue, MembersNullAndAbsenceAreDistinct)
 
 TEST(JSONValue, IntRoundsHalvesAwayAndRefusesHugeOrNonFinite)
 {
-    EXPECT_EQ(JSONValue(1.5).intValue(), 2);
-    EXPECT_EQ(JSONValue(-1.5).intValue(), -2);
-    EXPECT_EQ(JSONValue(2.4).intValue(), 2);
-    EXPECT_FALSE(JSONValue(1e19).intValue().has_value());
-    EXPECT_FALSE(JSONValue(std::nan("")).intValue().has_value());
-    EXPECT_FALSE(JSONValue(std::numeric_limits<double>::infinity()).intValue().has_value());
+    for (const auto &[value, expected] :
+         std::initializer_list<std::pair<double, int>>{{1.5, 2}, {-1.5, -2}, {2.4, 2}})
+        EXPECT_EQ(JSONValue(value).intValue(), expected) << value;
+    for (double refused : {1e19, std::nan(""), std::numeric_limits<double>::infinity()})
+        EXPECT_FALSE(JSONValue(refused).intValue().has_value()) << refused;
     EXPECT_FALSE(JSONValue("3").intValue().has_value());
     EXPECT_EQ(parsed("9007199254740993").intValue(), 9007199254740992LL);
     // Beyond the range of a double: the nearest finite value, which still writes back as a number.
@@ -75,27 +82,14 @@ TEST(JSONValue, EqualityAndHashAreStructural)
 
 TEST(JSONValue, UnicodeEscapesAndUTF8)
 {
-    EXPECT_EQ(parsed(R"("\u00fc\ud83d\ude00")").stringValue(), QStringLiteral("ü😀"));
-    EXPECT_EQ(parsed("\"Grüße 你好 🎉\"").stringValue(), QStringLiteral("Grüße 你好 🎉"));
-    // A lone surrogate cannot be represented: it becomes the replacement character.
-    EXPECT_EQ(parsed(R"("a\ud800b")").stringValue(), QStringLiteral("a\uFFFDb"));
-    EXPECT_EQ(parsed(R"("\udc00\u0041")").stringValue(), QStringLiteral("\uFFFDA"));
-    // Invalid UTF-8 inside a string is repaired, not fatal.
-    EXPECT_EQ(parsed("\"a\xff"
-                     "b\"")
-                  .stringValue(),
-              QStringLiteral("a\uFFFDb"));
-}
-
-TEST(JSONValue, TopLevelScalarsAndWhitespace)
-{
-    EXPECT_EQ(parsed(" true ").boolValue(), true);
-    EXPECT_EQ(parsed("-0.5e1").doubleValue(), -5.0);
-    EXPECT_TRUE(parsed("null").isNull());
-    EXPECT_EQ(parsed("\"\"").stringValue(), QString());
-    EXPECT_EQ(parsed("[]").arrayValue()->size(), 0);
-    EXPECT_EQ(parsed("{}").objectValue()->size(), 0u);
-    EXPECT_EQ(parsed(R"({"k":1,"k":2})")[u"k"].intValue(), 2);
+    // A lone surrogate cannot be represented, and invalid UTF-8 is repaired: both become U+FFFD.
+    const std::pair<const char *, QString> cases[] = {{R"("\u00fc\ud83d\ude00")", u"ü😀"_qs},
+                                                      {"\"Grüße 你好 🎉\"", u"Grüße 你好 🎉"_qs},
+                                                      {R"("a\ud800b")", u"a\uFFFDb"_qs},
+                                                      {R"("\udc00\u0041")", u"\uFFFDA"_qs},
+                                                      {"\"a\xff\x62\"", u"a\uFFFDb"_qs}};
+    for (const auto &[text, expected] : cases)
+        EXPECT_EQ(parsed(text).stringValue(), expected) << text;
 }
 
 TEST(JSONValue, RejectsMalformedInputWithAnError)

@@ -15,40 +15,37 @@ QString afterReturn(const QString &marked, int tabWidth = 2)
     return withMarks(edit.applied(in.text), RTextRange{edit.selectionLocation, 0});
 }
 
-RTextEdit edit(const QString &text, RTextRange selection,
-               RTextEdit (*op)(const RSourceSnapshot &, RTextRange))
+RTextEdit toggled(const QString &text, RTextRange selection)
 {
-    const RSourceSnapshot s(text, RSourceLanguage::r);
-    return op(s, selection);
+    return RIndenter::toggleComment(RSourceSnapshot(text, RSourceLanguage::r), selection);
 }
 
 } // namespace
 
-TEST(RIndenter, ReturnAlignsAndIndents)
+TEST(RIndenter, ReturnAlignsIndentsAndContinuesComments)
 {
-    EXPECT_EQ(afterReturn(u"f(a,|"_qs), u"f(a,\n  |"_qs);
-    EXPECT_EQ(afterReturn(u"x <- f(a,|"_qs), u"x <- f(a,\n       |"_qs);
-    EXPECT_EQ(afterReturn(u"f(|"_qs), u"f(\n  |"_qs);
-    EXPECT_EQ(afterReturn(u"x <- 1 +|"_qs), u"x <- 1 +\n  |"_qs);
-    EXPECT_EQ(afterReturn(u"x <- 1 +\n  2 +|"_qs), u"x <- 1 +\n  2 +\n  |"_qs);
-    EXPECT_EQ(afterReturn(u"x <- 1 +\n  2 +\n  3|"_qs), u"x <- 1 +\n  2 +\n  3\n|"_qs);
-    EXPECT_EQ(afterReturn(u"  g <- function(x) {|}"_qs), u"  g <- function(x) {\n    |\n  }"_qs);
-    EXPECT_EQ(afterReturn(u"if (x)|"_qs), u"if (x)\n  |"_qs);
-    // A closer whose opener is lines above goes back to the statement's indentation.
-    EXPECT_EQ(afterReturn(u"x <- list(\n  a = 1,\n  b = 2)|"_qs), u"x <- list(\n  a = 1,\n  b = 2)\n|"_qs);
-    // Blanks around the break go, and an empty line keeps none.
-    EXPECT_EQ(afterReturn(u"  x <- 1   |   y"_qs), u"  x <- 1\n  |y"_qs);
-    EXPECT_EQ(afterReturn(u"  |   "_qs), u"  \n  |"_qs);
-}
-
-TEST(RIndenter, ReturnInLiteralsCommentsAndBreaks)
-{
-    EXPECT_EQ(afterReturn(u"x <- \"ab|c\n  d\""_qs), u"x <- \"ab\n|c\n  d\""_qs);
-    EXPECT_EQ(afterReturn(u"x <- \"a\n  b|c\""_qs), u"x <- \"a\n  b\n|c\""_qs);
-    EXPECT_EQ(afterReturn(u"  #' Title|"_qs), u"  #' Title\n  #' |"_qs);
-    EXPECT_EQ(afterReturn(u"#' @param x|"_qs), u"#' @param x\n#' |"_qs);
-    EXPECT_EQ(afterReturn(u"  # note|"_qs), u"  # note\n  |"_qs);
-    EXPECT_EQ(afterReturn(u"f(a,\r\n  b,|"_qs), u"f(a,\r\n  b,\r\n  |"_qs);
+    const std::pair<QString, QString> cases[] = {
+        {u"x <- f(a,|"_qs, u"x <- f(a,\n       |"_qs},
+        {u"f(|"_qs, u"f(\n  |"_qs},
+        {u"x <- 1 +|"_qs, u"x <- 1 +\n  |"_qs},
+        {u"x <- 1 +\n  2 +|"_qs, u"x <- 1 +\n  2 +\n  |"_qs},
+        {u"x <- 1 +\n  2 +\n  3|"_qs, u"x <- 1 +\n  2 +\n  3\n|"_qs},
+        {u"  g <- function(x) {|}"_qs, u"  g <- function(x) {\n    |\n  }"_qs},
+        {u"if (x)|"_qs, u"if (x)\n  |"_qs},
+        // A closer whose opener is lines above goes back to the statement's indentation.
+        {u"x <- list(\n  a = 1,\n  b = 2)|"_qs, u"x <- list(\n  a = 1,\n  b = 2)\n|"_qs},
+        // Blanks around the break go, and an empty line keeps none.
+        {u"  x <- 1   |   y"_qs, u"  x <- 1\n  |y"_qs},
+        {u"  |   "_qs, u"  \n  |"_qs},
+        // Inside a string nothing is added; roxygen continues, a plain comment does not.
+        {u"x <- \"ab|c\n  d\""_qs, u"x <- \"ab\n|c\n  d\""_qs},
+        {u"x <- \"a\n  b|c\""_qs, u"x <- \"a\n  b\n|c\""_qs},
+        {u"  #' Title|"_qs, u"  #' Title\n  #' |"_qs},
+        {u"  # note|"_qs, u"  # note\n  |"_qs},
+        {u"f(a,\r\n  b,|"_qs, u"f(a,\r\n  b,\r\n  |"_qs},
+    };
+    for (const auto &[marked, expected] : cases)
+        EXPECT_EQ(afterReturn(marked), expected) << marked.toStdString();
 }
 
 TEST(RIndenter, ClosingBracketDedents)
@@ -59,21 +56,19 @@ TEST(RIndenter, ClosingBracketDedents)
     ASSERT_TRUE(e.has_value());
     EXPECT_EQ(e->applied(text), u"f <- function() {\n  x\n}"_qs);
     // Already in place, or text before the caret: typed the ordinary way.
-    const QString placed = u"{\n"_qs;
-    EXPECT_FALSE(RIndenter::closingBracket(u'}', RSourceSnapshot(placed, RSourceLanguage::r), 2).has_value());
+    EXPECT_FALSE(
+        RIndenter::closingBracket(u'}', RSourceSnapshot(u"{\n"_qs, RSourceLanguage::r), 2).has_value());
     EXPECT_FALSE(RIndenter::closingBracket(u')', s, text.size() - 8).has_value());
 }
 
 TEST(RIndenter, CommentsAndShifts)
 {
     const QString block = u"  a\n\n    b\n"_qs;
-    RTextEdit e = edit(block, RTextRange{0, block.size() - 1}, &RIndenter::toggleComment);
-    EXPECT_EQ(e.applied(block), u"  # a\n\n  #   b\n"_qs);
-    const QString commented = e.applied(block);
-    e = edit(commented, RTextRange{0, commented.size() - 1}, &RIndenter::toggleComment);
-    EXPECT_EQ(e.applied(commented), block);
+    const QString commented = toggled(block, RTextRange{0, block.size() - 1}).applied(block);
+    EXPECT_EQ(commented, u"  # a\n\n  #   b\n"_qs);
+    EXPECT_EQ(toggled(commented, RTextRange{0, commented.size() - 1}).applied(commented), block);
     // The selection moves with its first line.
-    e = edit(u"x\ny"_qs, RTextRange{1, 2}, &RIndenter::toggleComment);
+    const RTextEdit e = toggled(u"x\ny"_qs, RTextRange{1, 2});
     EXPECT_EQ(e.selectionLocation, 3);
     EXPECT_EQ(e.selectionLength, 4);
 

@@ -25,9 +25,8 @@ TEST(RSyntax, StatementsOverContinuationsAndBrackets)
         EXPECT_EQ(statement(u"df |>\n  filter(a) |>\n  select(b)"_qs, line), Lines(0, 2)) << line;
     }
     const QString ifElse = u"if (a) {\n  b\n} else {\n  c\n}"_qs;
-    EXPECT_EQ(statement(ifElse, 0), Lines(0, 4));
-    EXPECT_EQ(statement(ifElse, 4), Lines(0, 4));
-    EXPECT_EQ(statement(ifElse, 2), Lines(0, 4)); // `} else {` pulls in the line above
+    for (int line : {0, 2, 4}) // `} else {` pulls in the line above
+        EXPECT_EQ(statement(ifElse, line), Lines(0, 4)) << line;
     // Inside braces a line runs alone.
     EXPECT_EQ(statement(ifElse, 1), Lines(1, 1));
     EXPECT_EQ(statement(u"f <- function(x)\n{\n  x\n}"_qs, 0), Lines(0, 3));
@@ -37,10 +36,7 @@ TEST(RSyntax, StatementsOverContinuationsAndBrackets)
 
 TEST(RSyntax, StatementsAtTheEdges)
 {
-    QString code;
-    for (int i = 0; i < 10; ++i)
-        code += u"x\n"_qs;
-    code += u"f(\n  1,\n  2\n\ny\n"_qs;
+    const QString code = u"x\n"_qs.repeated(10) + u"f(\n  1,\n  2\n\ny\n"_qs;
     // An unclosed call takes the rest of the code region.
     EXPECT_EQ(statement(code, 10), Lines(10, 15));
     // A cursor inside a multi-line string gives the whole string.

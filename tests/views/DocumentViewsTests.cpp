@@ -41,6 +41,22 @@ struct DocumentWindow : OffscreenWindow {
         out.write(bytes);
         return dir.filePath(name);
     }
+    // The text editor inside an editor view, which may be the view itself.
+    static QPlainTextEdit *textEdit(QWidget *view)
+    {
+        auto *inner = view->findChild<QPlainTextEdit *>();
+        return inner ? inner : qobject_cast<QPlainTextEdit *>(view);
+    }
+    // An item of the menu titled `menuTitle`, or of any menu when that is empty.
+    QAction *menuItem(const QString &text, const QString &menuTitle = {})
+    {
+        for (QAction *menu : window->menuBar()->actions())
+            if (menu->menu() && (menuTitle.isEmpty() || menu->text() == menuTitle))
+                for (QAction *action : menu->menu()->actions())
+                    if (action->text() == text)
+                        return action;
+        return nullptr;
+    }
 };
 
 } // namespace
@@ -61,9 +77,7 @@ TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
     // Typing goes into the document, and the tab gets its mark.
     f.tabs().setCurrentIndex(0);
     EXPECT_EQ(f.store().selectedID(), a->id());
-    auto *editor = f.tabs().editorView(a->id())->findChild<QPlainTextEdit *>();
-    if (!editor)
-        editor = qobject_cast<QPlainTextEdit *>(f.tabs().editorView(a->id()));
+    QPlainTextEdit *editor = DocumentWindow::textEdit(f.tabs().editorView(a->id()));
     ASSERT_NE(editor, nullptr);
     editor->moveCursor(QTextCursor::End);
     for (const QChar c : QStringLiteral("b <- a")) {
@@ -91,18 +105,13 @@ TEST(DocumentViews, OutsideChangesShowTheBarAndReloadsReachTheEditor)
     EditorDocument *document = f.store().script(path);
     auto *pane = qobject_cast<ScriptPane *>(f.tabs().page(document->id()));
     ASSERT_NE(pane, nullptr);
-    auto *editor = pane->editor()->findChild<QPlainTextEdit *>();
-    if (!editor)
-        editor = qobject_cast<QPlainTextEdit *>(pane->editor());
+    QPlainTextEdit *editor = DocumentWindow::textEdit(pane->editor());
+    ASSERT_NE(editor, nullptr);
     EXPECT_FALSE(pane->changedBar()->isVisibleTo(pane));
     EXPECT_EQ(pane->formatLabel()->text(), QStringLiteral("Saved as UTF-8 with LF, like the file on disk"));
 
     document->setText(QStringLiteral("mine\n"));
-    {
-        QFile out(path);
-        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-        out.write("theirs, longer\n");
-    }
+    f.file(QStringLiteral("s.R"), "theirs, longer\n");
     f.store().checkDisk();
     EXPECT_TRUE(pane->changedBar()->isVisibleTo(pane));
     pane->reloadButton()->click();
@@ -119,13 +128,8 @@ TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
 {
     DocumentWindow f;
     EXPECT_FALSE(f.window->fileTree()->tree()->isVisibleTo(f.window.get())) << "no project, no tree";
-    QStringList titles;
-    for (QAction *menu : f.window->menuBar()->actions())
-        if (menu->menu())
-            for (QAction *action : menu->menu()->actions())
-                titles.append(action->text());
     for (const char *expected : {"New Script", "Open File…", "Save", "Save As…", "Save All", "Close Tab"})
-        EXPECT_TRUE(titles.contains(QString::fromUtf8(expected))) << expected;
+        EXPECT_NE(f.menuItem(QString::fromUtf8(expected)), nullptr) << expected;
 
     // A name the rules refuse is asked for again, with the reason shown.
     f.workspace->files().setRootPath(f.dir.path());
@@ -133,10 +137,8 @@ TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
     f.file(QStringLiteral("taken.R"), "x\n");
     QStringList answers = {QStringLiteral("Taken.R"), QStringLiteral("fresh.R")};
     QStringList refusals;
-    f.window->fileTree()->askName = [&](const QString &, const QString &) -> std::optional<QString> {
-        if (answers.isEmpty())
-            return std::nullopt;
-        return answers.takeFirst();
+    f.window->fileTree()->askName = [&](const QString &, const QString &) {
+        return answers.isEmpty() ? std::optional<QString>() : answers.takeFirst();
     };
     f.window->fileTree()->showRefusal = [&](const QString &message) { refusals.append(message); };
     f.window->fileTree()->newFile();
@@ -148,19 +150,8 @@ TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
 TEST(DocumentViews, TheCodeMenuRunsTheSelectedScript)
 {
     DocumentWindow f;
-    QMenu *code = nullptr;
-    for (QAction *action : f.window->menuBar()->actions())
-        if (action->text() == QStringLiteral("&Code"))
-            code = action->menu();
-    ASSERT_NE(code, nullptr);
-    auto item = [&](const QString &text) -> QAction * {
-        for (QAction *action : code->actions())
-            if (action->text() == text)
-                return action;
-        return nullptr;
-    };
-    QAction *runAll = item(QStringLiteral("Run All"));
-    QAction *knit = item(QStringLiteral("Knit Document"));
+    QAction *runAll = f.menuItem(u"Run All"_qs, u"&Code"_qs);
+    QAction *knit = f.menuItem(u"Knit Document"_qs, u"&Code"_qs);
     ASSERT_TRUE(runAll && knit);
     EXPECT_FALSE(runAll->isEnabled()) << "nothing to run without a script";
 

@@ -85,10 +85,10 @@ TEST(MainWindowView, InputKeysSubmitWalkHistoryAndFollowTheState)
     EXPECT_EQ(input->placeholderText(), QStringLiteral("Ask the Analyst about your data…"));
     f.workspace->setConsoleAskMode(false);
 
-    input->setPlainText(QStringLiteral("a <- 1"));
-    f.press(Qt::Key_Return);
-    input->setPlainText(QStringLiteral("b <- 2"));
-    f.press(Qt::Key_Return);
+    for (const QString &code : {u"a <- 1"_qs, u"b <- 2"_qs}) {
+        input->setPlainText(code);
+        f.press(Qt::Key_Return);
+    }
     ASSERT_EQ(f.workspace->history().size(), 2);
     EXPECT_TRUE(input->toPlainText().isEmpty());
 
@@ -113,26 +113,21 @@ TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
     QStringList menus;
     for (QAction *action : f.window->menuBar()->actions())
         menus.append(action->text());
-    EXPECT_EQ(menus,
-              (QStringList{QStringLiteral("&File"), QStringLiteral("&Code"), QStringLiteral("&Session")}));
+    EXPECT_EQ(menus, (QStringList{u"&File"_qs, u"&Code"_qs, u"&Session"_qs}));
     QStringList sessionItems;
     for (QAction *action : f.window->menuBar()->actions()[2]->menu()->actions())
         if (!action->isSeparator())
             sessionItems.append(action->text());
-    EXPECT_EQ(sessionItems,
-              (QStringList{QStringLiteral("Restart R"), QStringLiteral("Interrupt R"),
-                           QStringLiteral("Clear Console"), QStringLiteral("Set Working Directory…"),
-                           QStringLiteral("Clear Workspace…")}));
+    EXPECT_EQ(sessionItems, (QStringList{u"Restart R"_qs, u"Interrupt R"_qs, u"Clear Console"_qs,
+                                         u"Set Working Directory…"_qs, u"Clear Workspace…"_qs}));
 
     SessionEvent state;
     state.kind = SessionEvent::Kind::State;
-    REnvObject frame;
-    frame.name = QStringLiteral("cars");
+    REnvObject &frame = state.state.env.emplace_back();
+    frame.name = u"cars"_qs;
     frame.kind = REnvObject::Kind::Data;
-    frame.classes = {QStringLiteral("data.frame")};
+    frame.classes = {u"data.frame"_qs};
     frame.dim = QList<double>{50, 2};
-    frame.size = 1648;
-    state.state.env = {frame};
     f.workspace->handle(state);
     QTreeWidget *objects = f.window->workspacePane()->objects();
     ASSERT_EQ(objects->topLevelItemCount(), 1);
@@ -144,8 +139,7 @@ TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
     QStringList tabs;
     for (int i = 0; i < settings.tabs()->count(); ++i)
         tabs.append(settings.tabs()->tabText(i));
-    EXPECT_EQ(tabs, (QStringList{QStringLiteral("General"), QStringLiteral("Editor"), QStringLiteral("R"),
-                                 QStringLiteral("Plots"), QStringLiteral("Agents")}));
+    EXPECT_EQ(tabs, (QStringList{u"General"_qs, u"Editor"_qs, u"R"_qs, u"Plots"_qs, u"Agents"_qs}));
 
     // The window asks before closing while R is busy; here nothing runs, so it closes.
     bool asked = false;
