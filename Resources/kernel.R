@@ -31,6 +31,9 @@ local({
   Sys.unsetenv("VESK_KERNEL_TOKEN")
   vesk$token <- token
   vesk$originals <- if (is.null(old)) list() else old$originals
+  # The user's prompts (R's own, or those of a profile); a kernel sourced again keeps them.
+  vesk$userPrompt <- if (is.null(old)) getOption("prompt") else old$userPrompt
+  vesk$userContinue <- if (is.null(old)) getOption("continue") else old$userContinue
 
   # Frames carry UTF-8; a session started in a non-UTF-8 locale would mangle it.
   if (!isTRUE(l10n_info()[["UTF-8"]])) {
@@ -177,11 +180,37 @@ local({
     readyPrompt <- paste0("\x02VESK>", token, "\x03")
     continuationPrompt <- paste0("\x02VESK+", token, "\x03")
 
+    # R's read loop prints the prompt options, and so do R functions that echo code (source with
+    # echo, example, demo, withAutoprint): the framed prompts hold the token, so they are installed
+    # only while R's loop reads a line. While user code runs, the options hold the user's prompts
+    # (R's "> " and "+ ", or what the user set), which are noted at every return to the loop.
+    if (!is.character(userPrompt) || length(userPrompt) != 1L) userPrompt <- "> "
+    if (!is.character(userContinue) || length(userContinue) != 1L) userContinue <- "+ "
+
     installPrompts <- function() {
-      if (!identical(getOption("prompt"), readyPrompt) ||
-          !identical(getOption("continue"), continuationPrompt)) {
-        options(prompt = readyPrompt, continue = continuationPrompt)
+      prompt <- getOption("prompt")
+      continue <- getOption("continue")
+      if (!identical(prompt, readyPrompt)) {
+        if (is.character(prompt) && length(prompt) == 1L) userPrompt <<- prompt
+        options(prompt = readyPrompt)
       }
+      if (!identical(continue, continuationPrompt)) {
+        if (is.character(continue) && length(continue) == 1L) userContinue <<- continue
+        options(continue = continuationPrompt)
+      }
+    }
+
+    userPrompts <- function() options(prompt = userPrompt, continue = userContinue)
+
+    # Sent by the client when R enters the browser in the middle of a run: an incomplete line typed
+    # there is read at the continuation prompt, which must be framed again. (The browser's own
+    # prompt is fixed by R.)
+    browsing <- function() {
+      if (!identical(getOption("continue"), continuationPrompt)) {
+        userContinue <<- getOption("continue")
+        options(continue = continuationPrompt)
+      }
+      invisible()
     }
 
     # ---- Running code -----------------------------------------------------------------------------
@@ -250,6 +279,7 @@ local({
       status$reported <- FALSE # an error or interrupt event went out
       status$completed <- FALSE
       on.exit(suspendInterrupts(finishRun(status)))
+      userPrompts()
       tryCatch({
         exprs <- parseUserCode(code, file, line, status)
         if (!is.null(exprs)) {
@@ -518,7 +548,8 @@ local({
       paste0('{"type":"state","state":{"wd":', jsonString(getwd()),
              ',"env":[', paste(objects, collapse = ","), "]",
              ',"attached":', json(I(attached)),
-             ',"loaded":', json(I(loadedNamespaces())), "}}")
+             ',"loaded":', json(I(loadedNamespaces())),
+             ',"prompt":', jsonString(userPrompt), ',"continue":', jsonString(userContinue), "}}")
     }
 
     typeLabels <- c(double = "num", integer = "int", character = "chr", logical = "logi",
@@ -1008,10 +1039,18 @@ local({
           originals$readLines(con, n, ok, warn, encoding, skipNul)
         },
         quit = function(save = "default", status = 0, runLast = TRUE) {
+          # .Last runs here, where a failure that cancels the quit is an error of the run like any
+          # other; inside R's quit it would jump to the top level past the run's end.
+          if (isTRUE(runLast)) {
+            last <- get0(".Last", envir = globalenv(), mode = "function", inherits = FALSE)
+            if (!is.null(last)) last()
+            last <- get0(".Last.sys", envir = baseenv(), mode = "function", inherits = FALSE)
+            if (!is.null(last)) last()
+          }
           send("quit")
           # Never ask: there is no one at the terminal to answer.
           originals$quit(save = if (identical(save, "yes")) "yes" else "no", status = status,
-                               runLast = runLast)
+                         runLast = FALSE)
         }
       ),
       utils = list(
@@ -1132,7 +1171,12 @@ local({
     answer <- function(id, handler, args, frame) {
       saved <- requestFrame
       requestFrame <<- frame
-      on.exit(requestFrame <<- saved)
+      # Handlers evaluate user expressions and methods, which must not see the framed prompts.
+      userPrompts()
+      on.exit({
+        requestFrame <<- saved
+        installPrompts()
+      })
       payload <- tryCatch(withCallingHandlers({
         result <- do.call(handler, args)
         paste0(',"result":', json(result))
@@ -1187,7 +1231,6 @@ local({
       if (length(digits) == 1L && !is.na(digits)) options(digits = max(1L, min(22L, digits)))
       code <- paste(as.character(startupCode), collapse = "\n")
       output <- if (nzchar(trimws(code))) captureRun(code) else ""
-      installPrompts()
       sendState()
       list(output = output)
     })

@@ -5,40 +5,26 @@
 #include <QApplication>
 #include <QCoreApplication>
 
-#include <cstdio>
 #include <signal.h>
 
 int main(int argc, char **argv)
 {
-    // A write to a dead R must fail with EPIPE, not end Vesk.
-    ::signal(SIGPIPE, SIG_IGN);
-    QStringList arguments;
-    for (int i = 0; i < argc; ++i)
-        arguments.append(QString::fromLocal8Bit(argv[i]));
-
-    if (BatchRunner::isBatchInvocation(arguments)) {
-        // No window and no display: a core application is enough.
-        QCoreApplication app(argc, argv);
-        QCoreApplication::setOrganizationName(QStringLiteral("Vesk"));
-        QCoreApplication::setApplicationName(QStringLiteral("Vesk"));
-        QString error;
-        const auto code = BatchRunner::codeFromArguments(arguments, &error);
-        if (!code) {
-            std::fprintf(stderr, "%s\n", error.toLocal8Bit().constData());
-            return 2;
-        }
-        BatchRunner runner(Settings::shared(), *code);
-        QObject::connect(
-            &runner, &BatchRunner::finished, &app, [](int status) { QCoreApplication::exit(status); },
-            Qt::QueuedConnection);
-        runner.start();
-        return app.exec();
-    }
-
-    QApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Vesk"));
     QCoreApplication::setApplicationName(QStringLiteral("Vesk"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VESK_VERSION));
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+
+    // A batch run, help and the version need no display and no window.
+    const BatchCommand command = BatchCommand::parse(arguments);
+    if (command.kind != BatchCommand::Kind::Window)
+        return BatchRunner::run(command, Settings::shared().stringValue(Settings::rPath));
+
+    // A write to a dead R must fail with EPIPE, not end Vesk.
+    ::signal(SIGPIPE, SIG_IGN);
+    QApplication app(argc, argv);
     AppShell shell(Settings::shared());
-    shell.openAtLaunch(arguments.mid(1));
+    shell.openAtLaunch(arguments);
     return app.exec();
 }

@@ -163,5 +163,7 @@ std::optional<RSessionState> RSessionState::fromJSON(const JSONValue &value)
     }
     state.attached = LenientJSON::strings(value.find(u"attached")).value_or(QStringList());
     state.loaded = LenientJSON::strings(value.find(u"loaded")).value_or(QStringList());
+    state.prompt = LenientJSON::string(value.find(u"prompt")).value_or(state.prompt);
+    state.continuation = LenientJSON::string(value.find(u"continue")).value_or(state.continuation);
     return state;
 }

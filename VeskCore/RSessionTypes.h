@@ -99,6 +99,9 @@ struct RSessionState {
     QList<REnvObject> env;
     QStringList attached;
     QStringList loaded;
+    // R's prompts as user code sees them ("> " and "+ ", or what the user set).
+    QString prompt = QStringLiteral("> ");
+    QString continuation = QStringLiteral("+ ");
 
     // Fails only when the value is no object; entries of `env` that do not decode are skipped.
     static std::optional<RSessionState> fromJSON(const JSONValue &value);

@@ -1,102 +1,70 @@
 #include "BatchRunner.h"
 
-#include "Settings.h"
-#include "Workspace.h"
+#include "ToolLocator.h"
 
-#include <QFile>
+#include <QByteArray>
+#include <QCoreApplication>
 
-BatchRunner::BatchRunner(Settings &settings, QString code, FILE *output, FILE *errors, QObject *parent)
-    : QObject(parent), m_workspace(std::make_unique<Workspace>(settings)), m_code(std::move(code)),
-      m_output(output), m_errors(errors)
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+#include <vector>
+
+namespace BatchRunner {
+
+std::optional<Program> program(const BatchCommand &command, const QString &preferredR)
 {
-    m_workspace->persistsHistory = false;
-    // One script and gone: compiling the kernel's functions would cost more than it saves.
-    m_workspace->session().extraEnvironment.insert(QStringLiteral("VESK_KERNEL_COMPILE"),
-                                                   QStringLiteral("0"));
-    connect(m_workspace.get(), &Workspace::sessionReady, this, &BatchRunner::runCode);
-    connect(m_workspace.get(), &Workspace::statusChanged, this, [this] {
-        // R ended before it ran the code: nothing more will come.
-        if (!m_started && m_workspace->session().status().kind == RSessionStatus::Kind::Stopped) {
-            print(m_errors, m_workspace->console().transcript(ConsoleModel::maxCells, -1));
-            print(m_errors, m_workspace->session().status().reason);
-            finish(1);
-        }
-    });
+    const auto executable =
+        RLocator::find(preferredR.isEmpty() ? std::nullopt : std::optional<QString>(preferredR));
+    if (!executable)
+        return std::nullopt;
+    return Program{*executable, command.rArguments};
 }
 
-BatchRunner::~BatchRunner()
+int exec(const Program &program)
 {
-    m_workspace->shutDown();
+    std::vector<QByteArray> storage;
+    storage.push_back(program.executable.toLocal8Bit());
+    for (const QString &argument : program.arguments)
+        storage.push_back(argument.toLocal8Bit());
+    std::vector<char *> argv;
+    for (QByteArray &argument : storage)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    // R must see a closed pipe as R does under Rscript (`vesk --batch x.R | head` ends it).
+    ::signal(SIGPIPE, SIG_DFL);
+    std::fflush(stdout);
+    std::fflush(stderr);
+    ::execv(argv[0], argv.data());
+    const int error = errno;
+    ::signal(SIGPIPE, SIG_IGN);
+    std::fprintf(stderr, "Could not start R (%s): %s\n", argv[0], std::strerror(error));
+    return 127;
 }
 
-void BatchRunner::start()
+int run(const BatchCommand &command, const QString &preferredR)
 {
-    m_workspace->startR(true);
-    if (m_workspace->startupProblem()) {
-        print(m_errors, *m_workspace->startupProblem());
-        finish(1);
+    switch (command.kind) {
+    case BatchCommand::Kind::Help:
+        std::fputs(BatchCommand::usage().toLocal8Bit().constData(), stdout);
+        return 0;
+    case BatchCommand::Kind::Version:
+        std::printf("Vesk %s\n", qPrintable(QCoreApplication::applicationVersion()));
+        return 0;
+    case BatchCommand::Kind::Invalid:
+        std::fprintf(stderr, "%s\n\n%s", qPrintable(command.error), qPrintable(BatchCommand::usage()));
+        return 2;
+    case BatchCommand::Kind::Run:
+        if (const auto found = program(command, preferredR))
+            return exec(*found);
+        std::fputs("R is not installed. Install it from CRAN, then restart Vesk.\n", stderr);
+        return 127;
+    case BatchCommand::Kind::Window:
+        break;
     }
+    return 0;
 }
 
-void BatchRunner::runCode()
-{
-    if (m_started)
-        return;
-    m_started = true;
-    m_workspace->run(m_code, ExecOrigin::console(), std::nullopt, 1, [this](const ExecResult &result) {
-        ConsoleModel &console = m_workspace->console();
-        const ConsoleModel::Cell *cell = nullptr;
-        for (qsizetype i = console.cells().size() - 1; i >= 0 && !cell; --i)
-            if (console.cells()[i].execID)
-                cell = &console.cells()[i];
-        if (cell)
-            print(m_output, console.transcript(cell->id));
-        const bool failed = result.error.has_value() || (result.interrupted && !result.ok);
-        finish(failed || !cell ? 1 : 0);
-    });
-    // Code that is empty after trimming finishes at once, with nothing to print.
-}
-
-void BatchRunner::print(FILE *stream, const QString &text)
-{
-    if (text.isEmpty())
-        return;
-    const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    if (!text.endsWith(u'\n'))
-        std::fputc('\n', stream);
-    std::fflush(stream);
-}
-
-void BatchRunner::finish(int status)
-{
-    if (m_done)
-        return;
-    m_done = true;
-    emit finished(status);
-}
-
-bool BatchRunner::isBatchInvocation(const QStringList &arguments)
-{
-    return arguments.contains(QStringLiteral("--batch"));
-}
-
-std::optional<QString> BatchRunner::codeFromArguments(const QStringList &arguments, QString *error)
-{
-    const qsizetype at = arguments.indexOf(QStringLiteral("--batch"));
-    const QStringList rest = at < 0 ? QStringList() : arguments.mid(at + 1);
-    if (rest.size() == 2 && rest[0] == QStringLiteral("-e"))
-        return rest[1];
-    if (rest.size() == 1 && rest[0] != QStringLiteral("-e")) {
-        QFile file(rest[0]);
-        if (!file.open(QIODevice::ReadOnly)) {
-            if (error)
-                *error = QStringLiteral("Cannot read %1: %2").arg(rest[0], file.errorString());
-            return std::nullopt;
-        }
-        return QString::fromUtf8(file.readAll());
-    }
-    if (error)
-        *error = QStringLiteral("Usage: vesk --batch FILE.R | vesk --batch -e CODE");
-    return std::nullopt;
-}
+} // namespace BatchRunner

@@ -1,44 +1,30 @@
-// `vesk --batch`: runs one piece of code through a workspace without a window, prints the plain
-// transcript of each finished cell, and reports whether any cell failed.
+// `vesk --batch` and `vesk -e`: R runs the script in place of Vesk, started as Rscript starts it,
+// so that the output, the reading of standard input, the exit status and what R code sees
+// (interactive() is FALSE) are R's own, streamed as R writes them.
 #pragma once
 
-#include <QObject>
+#include "BatchCommand.h"
 
-#include <cstdio>
-#include <memory>
+#include <QString>
+#include <QStringList>
 
-class Settings;
-class Workspace;
+#include <optional>
 
-class BatchRunner : public QObject {
-    Q_OBJECT
-public:
-    BatchRunner(Settings &settings, QString code, FILE *output = stdout, FILE *errors = stderr,
-                QObject *parent = nullptr);
-    ~BatchRunner() override;
+namespace BatchRunner {
 
-    Workspace &workspace() { return *m_workspace; }
-    // Starts R; `finished` follows once the code has run or R could not run it.
-    void start();
-
-    // Reads the command line: `--batch FILE` or `--batch -e CODE`. Gives the code, or none with
-    // `error` set when the arguments are wrong or the file cannot be read.
-    static std::optional<QString> codeFromArguments(const QStringList &arguments, QString *error);
-    static bool isBatchInvocation(const QStringList &arguments);
-
-signals:
-    // The exit status: 1 if a cell failed or R could not run the code, else 0.
-    void finished(int status);
-
-private:
-    void runCode();
-    void print(FILE *stream, const QString &text);
-    void finish(int status);
-
-    std::unique_ptr<Workspace> m_workspace;
-    QString m_code;
-    FILE *m_output;
-    FILE *m_errors;
-    bool m_started = false;
-    bool m_done = false;
+struct Program {
+    QString executable;
+    QStringList arguments; // after the executable
 };
+
+// The R that a window would start (`preferredR` when it names one, else the usual places), with
+// the command's arguments; nothing when no R is installed.
+std::optional<Program> program(const BatchCommand &command, const QString &preferredR);
+
+// Replaces this process with R. Returns only when that fails, with the status to exit with.
+int exec(const Program &program);
+
+// What `vesk` does for a command line that opens no window: the exit status.
+int run(const BatchCommand &command, const QString &preferredR);
+
+} // namespace BatchRunner

@@ -251,6 +251,7 @@ void Workspace::applyState(const RSessionState &state)
     if (!state.wd.isEmpty())
         m_workingDirectory = state.wd;
     m_attachedPackages = state.attached;
+    m_console.setPrompts(state.prompt, state.continuation);
     emit environmentChanged();
     // R may have written a file that a tab shows.
     m_documents->refreshDataViews();

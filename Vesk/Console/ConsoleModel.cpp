@@ -84,12 +84,20 @@ void ConsoleModel::begin(const QString &execID, const QString &code, const ExecO
     cell.execID = execID;
     cell.origin = origin;
     cell.code = code;
+    cell.prompt = m_prompt;
+    cell.continuation = m_continuation;
     cell.started = QDateTime::currentDateTime();
     m_cells.append(std::move(cell));
     if (m_cells.size() > maxCells)
         m_cells.remove(0, m_cells.size() - maxCells);
     m_run.reset();
     bump();
+}
+
+void ConsoleModel::setPrompts(const QString &prompt, const QString &continuation)
+{
+    m_prompt = prompt;
+    m_continuation = continuation;
 }
 
 void ConsoleModel::finish(const QString &execID, const ExecResult &result)
@@ -392,7 +400,7 @@ QString ConsoleModel::cellTranscript(const Cell &cell)
 {
     QStringList lines;
     if (cell.code)
-        lines.append(QStringLiteral("> ") + QString(*cell.code).replace(u'\n', QStringLiteral("\n+ ")));
+        lines.append(cell.prompt + QString(*cell.code).replace(u'\n', u'\n' + cell.continuation));
     for (const QString &part : plainParts(cell.items, true)) {
         const QString trimmed = part.trimmed();
         if (!trimmed.isEmpty())

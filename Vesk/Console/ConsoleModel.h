@@ -51,6 +51,9 @@ public:
         std::optional<QString> execID;
         ExecOrigin origin;
         std::optional<QString> code;
+        // R's prompts when the cell began, for showing its code as R would.
+        QString prompt = QStringLiteral("> ");
+        QString continuation = QStringLiteral("+ ");
         QList<Item> items;
         State state = State::Running;
         QDateTime started;
@@ -74,6 +77,8 @@ public:
     void append(const Item &item);
     void note(const QString &text);
     void attach(const QList<WorkspaceChange> &changes);
+    // The prompts R's code sees (options prompt and continue); cells that begin later show them.
+    void setPrompts(const QString &prompt, const QString &continuation);
     void clear();
     void flush();
 
@@ -116,4 +121,6 @@ private:
     QTimer m_flushTimer;
     qsizetype m_lastBatchBytes = 0;
     std::optional<ActiveRun> m_run;
+    QString m_prompt = QStringLiteral("> ");
+    QString m_continuation = QStringLiteral("+ ");
 };

@@ -397,6 +397,7 @@ void RSession::start(const QString &executable, const QString &workingDirectory,
     m_startupOutput.clear();
     m_lineBuffer.clear();
     m_pendingDebugLocation.reset();
+    m_browserPrepared = false;
 
     m_process = std::make_unique<RProcess>(executable, workingDirectory, kernel);
     const quint64 generation = m_generation;
@@ -594,6 +595,17 @@ void RSession::handlePrompt(const RPrompt &prompt)
     switch (prompt.kind) {
     case RPrompt::Kind::Browser:
         setStatus(RSessionStatus::debugging(prompt.level));
+        if (!m_browserPrepared) {
+            // User code runs with the user's prompts; a line continued in the browser is read at
+            // R's continuation prompt, which must be framed again before the user's first line.
+            m_browserPrepared = true;
+            Pending pending;
+            pending.id = makeID();
+            pending.kind = Pending::Kind::Raw;
+            pending.line = QStringLiteral(".vesk$browsing()");
+            m_queue.push_front(std::move(pending));
+            updateQueueCount();
+        }
         if (location) {
             SessionEvent out;
             out.kind = SessionEvent::Kind::DebugLocation;
@@ -606,6 +618,7 @@ void RSession::handlePrompt(const RPrompt &prompt)
         setStatus(RSessionStatus::waitingForInput());
         break;
     case RPrompt::Kind::Ready:
+        m_browserPrepared = false;
         if (m_execSlot)
             finishExec(false);
         setStatus(RSessionStatus::idle());

@@ -247,6 +247,7 @@ private:
     quint64 m_generation = 0;
     QString m_lineBuffer;
     std::optional<std::pair<QString, int>> m_pendingDebugLocation;
+    bool m_browserPrepared = false;
     bool m_quitting = false;
     // True while an event of the process is handled: the process must then outlive the call.
     bool m_handlingEvent = false;

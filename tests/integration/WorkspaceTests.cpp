@@ -1,13 +1,8 @@
-// Workspace against a real R: runs, settings that reach R, quitting, the crash limit, batch runs.
-#include "App/BatchRunner.h"
+// Workspace against a real R: runs, settings that reach R, quitting, the crash limit.
 #include "App/Settings.h"
 #include "App/Workspace.h"
 #include "LiveWorkspace.h"
 #include "TestSupport.h"
-
-#include <QFile>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -73,60 +68,4 @@ TEST(WorkspaceLive, QuitAndCrashesRestartUntilTheLimit)
     f.workspace.restartR();
     ASSERT_TRUE(f.idle()) << f.workspace.console().transcript(5, 2000).toStdString();
     f.workspace.shutDown();
-}
-
-TEST(WorkspaceLive, BatchPrintsTranscriptsAndReportsFailure)
-{
-    QStandardPaths::setTestModeEnabled(true);
-    QTemporaryDir dir;
-    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
-    settings.setValue(Settings::rPath, TestSupport::rExecutable());
-
-    const auto runBatch = [&](const QString &code, int *status) {
-        FILE *out = std::tmpfile();
-        FILE *err = std::tmpfile();
-        std::optional<int> finished;
-        {
-            BatchRunner runner(settings, code, out, err);
-            runner.workspace().kernelPath = TestSupport::kernelScript();
-            QObject::connect(&runner, &BatchRunner::finished, [&](int s) { finished = s; });
-            runner.start();
-            TestSupport::waitUntil([&] { return finished.has_value(); }, 30s);
-        }
-        *status = finished.value_or(-1);
-        std::rewind(out);
-        QFile file;
-        file.open(out, QIODevice::ReadOnly);
-        const QString text = QString::fromUtf8(file.readAll());
-        file.close();
-        std::fclose(out);
-        std::fclose(err);
-        return text;
-    };
-
-    int status = -1;
-    const QString failing =
-        runBatch(QStringLiteral("print(1:3)\nwarning(\"w\")\nstop(\"boom\")\nprint(\"never\")"), &status);
-    EXPECT_EQ(status, 1);
-    EXPECT_TRUE(failing.startsWith(QStringLiteral("> print(1:3)\n+ warning(\"w\")")))
-        << failing.toStdString();
-    EXPECT_TRUE(failing.contains(QStringLiteral("[1] 1 2 3")));
-    EXPECT_TRUE(failing.contains(QStringLiteral("Warning: w")));
-    EXPECT_TRUE(failing.contains(QStringLiteral("Error: boom")));
-    EXPECT_FALSE(failing.contains(QStringLiteral("[1] \"never\"")));
-
-    const QString passing = runBatch(QStringLiteral("cat('ok\\n')"), &status);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(passing, QStringLiteral("> cat('ok\\n')\nok\n"));
-
-    QString error;
-    EXPECT_FALSE(BatchRunner::codeFromArguments({QStringLiteral("vesk"), QStringLiteral("--batch")}, &error));
-    EXPECT_FALSE(error.isEmpty());
-    EXPECT_EQ(BatchRunner::codeFromArguments({QStringLiteral("vesk"), QStringLiteral("--batch"),
-                                              QStringLiteral("-e"), QStringLiteral("1")},
-                                             &error),
-              QStringLiteral("1"));
-    EXPECT_FALSE(BatchRunner::codeFromArguments(
-        {QStringLiteral("vesk"), QStringLiteral("--batch"), dir.filePath(QStringLiteral("missing.R"))},
-        &error));
 }

@@ -4,7 +4,10 @@
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QFileInfo>
+#include <QProcess>
 #include <QThread>
+
+#include <unistd.h>
 
 namespace TestSupport {
 
@@ -30,6 +33,42 @@ QString rExecutable()
             return QString::fromLatin1(candidate);
     }
     return QStringLiteral("R");
+}
+
+QString rscriptExecutable()
+{
+    const QFileInfo r(rExecutable());
+    const QString sibling = r.absolutePath() + QStringLiteral("/Rscript");
+    return QFileInfo(sibling).isExecutable() ? sibling : QStringLiteral("Rscript");
+}
+
+ProgramRun runProgram(const QString &program, const QStringList &arguments, Input input,
+                      const QByteArray &bytes, std::chrono::milliseconds timeout,
+                      const QString &workingDirectory)
+{
+    QProcess process;
+    if (!workingDirectory.isEmpty())
+        process.setWorkingDirectory(workingDirectory);
+    if (input == Input::Closed)
+        process.setChildProcessModifier([] { ::close(STDIN_FILENO); });
+    process.start(program, arguments);
+    ProgramRun run;
+    if (!process.waitForStarted(10000))
+        return run;
+    if (input == Input::Bytes)
+        process.write(bytes);
+    if (input != Input::Closed)
+        process.closeWriteChannel();
+    if (!process.waitForFinished(int(timeout.count()))) {
+        run.timedOut = true;
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    if (!run.timedOut && process.exitStatus() == QProcess::NormalExit)
+        run.status = process.exitCode();
+    return run;
 }
 
 bool waitUntil(const std::function<bool()> &done, std::chrono::milliseconds timeout)

@@ -1,7 +1,9 @@
 // Helpers shared by the test suites: where the sources and R are, and waiting on the event loop.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <chrono>
 #include <functional>
@@ -13,6 +15,24 @@ QString sourcePath(const QString &relative);
 QString kernelScript();
 // The R executable the tests run against (VESK_TEST_R or the usual locations).
 QString rExecutable();
+// Rscript beside the tests' R.
+QString rscriptExecutable();
+
+// A finished program: what it wrote, and how it ended.
+struct ProgramRun {
+    QByteArray out;
+    QByteArray err;
+    int status = -1;       // exit status; -1 if it did not exit normally
+    bool timedOut = false; // killed after the time limit
+};
+// Standard input of a program run: closed (no descriptor 0), empty, or holding the given bytes.
+enum class Input { Closed, Empty, Bytes };
+// Runs a program to its end or for at most `timeout`, then kills it.
+ProgramRun runProgram(const QString &program, const QStringList &arguments, Input input = Input::Empty,
+                      const QByteArray &bytes = {},
+                      std::chrono::milliseconds timeout = std::chrono::seconds(60),
+                      const QString &workingDirectory = {});
+
 // Spins the event loop until `done` is true or `timeout` runs out; returns `done()`.
 bool waitUntil(const std::function<bool()> &done,
                std::chrono::milliseconds timeout = std::chrono::seconds(20));

@@ -198,7 +198,9 @@ QList<ConsoleTranscriptView::Piece> ConsoleTranscriptView::piecesOf(const Consol
     QList<Piece> pieces;
     if (cell.code) {
         const QString code = *cell.code;
-        pieces.append({cell.id, code, 0, [code, colors](QTextCursor &cursor) {
+        // R's own prompt shows as the console's mark; a prompt the user set shows as it is.
+        const QString prompt = cell.prompt == u"> " ? QStringLiteral("› ") : cell.prompt;
+        pieces.append({cell.id, code, 0, [code, prompt, colors](QTextCursor &cursor) {
                            // A thin empty line apart from what came before; plain-text layouts
                            // know no block margins.
                            if (cursor.position() > 0) {
@@ -208,10 +210,11 @@ QList<ConsoleTranscriptView::Piece> ConsoleTranscriptView::piecesOf(const Consol
                                cursor.insertBlock(QTextBlockFormat(), QTextCharFormat());
                            }
                            const int from = cursor.position();
-                           QTextCharFormat prompt = baseFormat(colors.accent);
-                           prompt.setFontWeight(QFont::Bold);
-                           cursor.insertText(QStringLiteral("› "), prompt);
-                           insertLines(cursor, QString(code).replace(u'\n', QStringLiteral("\n  ")),
+                           QTextCharFormat promptFormat = baseFormat(colors.accent);
+                           promptFormat.setFontWeight(QFont::Bold);
+                           cursor.insertText(prompt, promptFormat);
+                           const QString indent(prompt.size(), u' ');
+                           insertLines(cursor, QString(code).replace(u'\n', u'\n' + indent),
                                        baseFormat(colors.code));
                            shadeBlocks(cursor, from, colors.codeBackground, 8, 2);
                        }});

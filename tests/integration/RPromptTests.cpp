@@ -1,0 +1,174 @@
+// R's prompt options inside the session: user code sees R's own prompts, or the ones the user set,
+// never the kernel's framed ones; so the functions that echo code with them (source with echo,
+// example, demo, withAutoprint) print what R prints. Each case is checked against the standard
+// output of R at an interactive console for the same line.
+#include "LiveSession.h"
+#include "TestSupport.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Kind = SessionEvent::Kind;
+
+struct PromptSession : LiveSession {
+    QTemporaryDir dir;
+
+    // What a run printed on standard output (messages and conditions are events of their own).
+    QString stdoutOf(const QString &code, ExecResult *result = nullptr)
+    {
+        const qsizetype mark = events.size();
+        const ExecResult r = run(code);
+        if (result)
+            *result = r;
+        QString out;
+        for (const SessionEvent &event : eventsSince(mark, Kind::Output))
+            out += event.text;
+        return out;
+    }
+    QString write(const QString &name, const QByteArray &content)
+    {
+        const QString path = dir.filePath(name);
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(content);
+        return path;
+    }
+    // What R itself prints at an interactive console for one line of code: R reads it from
+    // standard input, echoes it, and prints its output (prompts off).
+    QString interactiveR(const QString &line)
+    {
+        const TestSupport::ProgramRun run = TestSupport::runProgram(
+            TestSupport::rExecutable(),
+            {QStringLiteral("--interactive"), QStringLiteral("--no-echo"), QStringLiteral("--no-restore"),
+             QStringLiteral("--no-save")},
+            TestSupport::Input::Bytes, line.toUtf8() + "\n", std::chrono::seconds(60), dir.path());
+        EXPECT_FALSE(run.timedOut);
+        const QByteArray echo = line.toUtf8() + "\n";
+        EXPECT_TRUE(run.out.startsWith(echo)) << run.out.left(200).toStdString();
+        return QString::fromUtf8(run.out.mid(echo.size()));
+    }
+};
+
+} // namespace
+
+TEST(RPrompts, EchoingFunctionsPrintWhatRPrints)
+{
+    PromptSession k;
+    ASSERT_TRUE(k.start(k.dir.path()));
+    const QString sourced = k.write(QStringLiteral("echoed.R"), "x <- 1:3\n"
+                                                                "print(x)\n"
+                                                                "warning(\"careful\")\n"
+                                                                "if (TRUE) {\n"
+                                                                "  y <- x * 2\n"
+                                                                "  y\n"
+                                                                "}\n"
+                                                                "f <- function(a,\n"
+                                                                "              b) a + b\n"
+                                                                "f(1, 2)\n"
+                                                                "stop(\"boom\")\n"
+                                                                "print(\"never\")\n");
+    struct Case {
+        const char *name;
+        QString code;
+        bool ok;
+    };
+    const Case cases[] = {
+        {"source with echo, a warning and an error",
+         QStringLiteral("source(\"%1\", echo = TRUE)").arg(sourced), false},
+        {"example(mean)", QStringLiteral("example(mean, ask = FALSE)"), true},
+        {"example(lm)", QStringLiteral("example(lm, ask = FALSE)"), true},
+        {"example(plot)", QStringLiteral("example(plot, ask = FALSE)"), true},
+        {"demo(graphics)", QStringLiteral("devAskNewPage(FALSE); demo(graphics, ask = FALSE)"), true},
+        {"withAutoprint", QStringLiteral("withAutoprint({ x <- 1; x })"), true},
+        {"the prompt options", QStringLiteral("print(options()[c(\"prompt\", \"continue\")])"), true},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        ExecResult result;
+        const QString console = k.stdoutOf(c.code, &result);
+        EXPECT_EQ(result.ok, c.ok) << (result.error ? result.error->message.toStdString() : std::string());
+        EXPECT_FALSE(result.interrupted);
+        EXPECT_FALSE(console.contains(QChar(0x02))) << "no framed prompt in what user code printed";
+        EXPECT_EQ(console.toStdString(), k.interactiveR(c.code).toStdString());
+    }
+    // The session goes on at R's ready prompt after all of it.
+    EXPECT_EQ(k.run(QStringLiteral("cat(1)")).output, QStringLiteral("1"));
+}
+
+// The user's own prompt holds across runs and is what the state reports; the framed prompts come
+// back after every way a run can end, and are never what user code reads.
+TEST(RPrompts, UserPromptsHoldAndFramedOnesComeBack)
+{
+    PromptSession k;
+    ASSERT_TRUE(k.start(k.dir.path()));
+    const QString read = QStringLiteral("cat(getOption(\"prompt\"), getOption(\"continue\"), sep = \"|\")");
+
+    EXPECT_TRUE(k.run(QStringLiteral("options(prompt = \"R> \")")).ok);
+    EXPECT_EQ(k.run(read).output, QStringLiteral("R> |+ "));
+    std::optional<RSessionState> state;
+    for (const SessionEvent &event : k.events)
+        if (event.kind == Kind::State)
+            state = event.state;
+    ASSERT_TRUE(state.has_value());
+    EXPECT_EQ(state->prompt, QStringLiteral("R> "));
+    EXPECT_EQ(state->continuation, QStringLiteral("+ "));
+    EXPECT_EQ(k.stdoutOf(QStringLiteral("withAutoprint({ x <- 2; x })")).toStdString(),
+              k.interactiveR(QStringLiteral("options(prompt = \"R> \"); withAutoprint({ x <- 2; x })"))
+                  .toStdString());
+    EXPECT_TRUE(k.run(QStringLiteral("options(prompt = \"> \")")).ok);
+
+    // After an error, an interrupt, a cancelled q() and a request, the next run still sees R's own
+    // prompts, and the session still reads the next line (the framed prompt is back).
+    EXPECT_FALSE(k.run(QStringLiteral("stop(\"no\")")).ok);
+    EXPECT_EQ(k.run(read).output, QStringLiteral("> |+ "));
+    std::optional<ExecResult> sleeping;
+    k.session.enqueueExec(QStringLiteral("Sys.sleep(30)"), ExecOrigin::console(), std::nullopt, 1,
+                          [&](const ExecResult &r) { sleeping = r; });
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Busy));
+    TestSupport::spin(std::chrono::milliseconds(200));
+    k.session.interrupt();
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return sleeping.has_value(); }));
+    EXPECT_TRUE(sleeping->interrupted);
+    EXPECT_EQ(k.run(read).output, QStringLiteral("> |+ "));
+    const ExecResult cancelled = k.run(QStringLiteral(".Last <- function() stop(\"not now\")\nq(\"no\")"));
+    EXPECT_FALSE(cancelled.ok);
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Idle)) << "a cancelled q() leaves R running";
+    EXPECT_TRUE(k.run(QStringLiteral("rm(.Last)")).ok);
+    EXPECT_TRUE(
+        k.request(QStringLiteral("inspect"), {RArgument(QStringLiteral("getOption(\"prompt\")"))}).ok());
+    EXPECT_EQ(k.run(read).output, QStringLiteral("> |+ "));
+    const RRequestResult seen =
+        k.request(QStringLiteral("inspect"), {RArgument(QStringLiteral("getOption(\"continue\")"))});
+    ASSERT_TRUE(seen.ok());
+    EXPECT_EQ(seen.value()[u"str"].stringValue(), QStringLiteral(" chr \"+ \""));
+}
+
+// In the browser a line can be continued: R reads it at a framed continuation prompt again.
+TEST(RPrompts, BrowserReadsContinuedLines)
+{
+    PromptSession k;
+    ASSERT_TRUE(k.start(k.dir.path()));
+    std::optional<ExecResult> paused;
+    k.session.enqueueExec(QStringLiteral("f <- function() { v <- 7; browser(); v }\nf()"),
+                          ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { paused = r; });
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Debugging));
+    const qsizetype mark = k.events.size();
+    k.session.sendRaw(QStringLiteral("cat(\"in the browser\","));
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::WaitingForInput)) << "the continuation prompt is framed";
+    k.session.sendRaw(QStringLiteral("    v,"));
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::WaitingForInput));
+    k.session.sendRaw(QStringLiteral("    \"\\n\")"));
+    ASSERT_TRUE(k.waitFor(RSessionStatus::Kind::Debugging));
+    QString out;
+    for (const SessionEvent &event : k.eventsSince(mark, Kind::Output))
+        out += event.text;
+    EXPECT_EQ(out, QStringLiteral("in the browser 7 \n"));
+    k.session.sendRaw(QStringLiteral("c"));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return paused.has_value(); }));
+    EXPECT_TRUE(paused->ok);
+    EXPECT_EQ(k.run(QStringLiteral("cat(getOption(\"continue\"))")).output, QStringLiteral("+ "));
+}
