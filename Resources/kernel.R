@@ -279,6 +279,7 @@ local({
       status$reported <- FALSE # an error or interrupt event went out
       status$completed <- FALSE
       on.exit(suspendInterrupts(finishRun(status)))
+      runWarnings <<- list()
       userPrompts()
       tryCatch({
         exprs <- parseUserCode(code, file, line, status)
@@ -305,6 +306,7 @@ local({
         send("interrupted")
       }
       installPrompts()
+      tryCatch(keepLastWarnings(), error = function(e) NULL)
       flushPlots()
       tryCatch(sendState(), error = function(e) NULL)
       send("done", ok = status$ok)
@@ -394,6 +396,34 @@ local({
       invokeRestart("muffleMessage")
     }
 
+    # R keeps the warnings of the last top-level call that had any in `last.warning`, which
+    # warnings() shows; the kernel muffles them as events, so it keeps them itself.
+    runWarnings <- list()
+    noteWarning <- function(cond) {
+      limit <- suppressWarnings(as.integer(getOption("nwarnings", 50L)))
+      if (length(limit) != 1L || is.na(limit)) limit <- 50L
+      if (length(runWarnings) >= limit) return()
+      call <- userCall(conditionCall(cond))
+      runWarnings[[length(runWarnings) + 1L]] <<- list(message = conditionMessage(cond), call = call)
+    }
+    # The base environment takes no new binding from R code: R's own deferred warnings set it. The
+    # warnings go through R's default handler and are printed to a null sink.
+    keepLastWarnings <- function() {
+      if (!length(runWarnings) || sink.number(type = "message") != 2L) return()
+      warnings <- runWarnings
+      runWarnings <<- list()
+      null <- file(nullfile(), open = "wt")
+      level <- options(warn = 0L)
+      sink(null, type = "message")
+      on.exit({
+        sink(type = "message")
+        close(null)
+        options(level)
+      })
+      for (w in warnings) .Internal(.dfltWarn(w$message, w$call))
+      .Internal(printDeferredWarnings())
+    }
+
     onWarning <- function(cond) {
       level <- suppressWarnings(as.integer(getOption("warn", 0L)))
       if (length(level) != 1L || is.na(level)) level <- 0L
@@ -401,6 +431,7 @@ local({
       if (level >= 2L) return()
       if (level >= 0L) {
         send("warning", text = conditionMessage(cond), call = callText(userCall(conditionCall(cond))))
+        noteWarning(cond)
       }
       if (!is.null(findRestart("muffleWarning", cond))) invokeRestart("muffleWarning")
     }

@@ -591,3 +591,15 @@ TEST(KernelContract, RestartKeepsTheOldProcessOut)
     ASSERT_TRUE(refused.has_value());
     EXPECT_EQ(*refused, ExecResult::cancelled());
 }
+
+// The warnings of the last run that had any are R's last.warning, so warnings() shows them as R
+// does; a run without warnings keeps them.
+TEST(KernelContract, WarningsOfTheLastRunStayForWarnings)
+{
+    KernelSession k;
+    ASSERT_TRUE(k.start());
+    EXPECT_TRUE(k.run(QStringLiteral("f <- function(x) warning(\"w1\")\nf(1)\nwarning(\"w2\")")).ok);
+    EXPECT_TRUE(k.run(QStringLiteral("1 + 1")).ok);
+    const ExecResult shown = k.run(QStringLiteral("print(warnings())"));
+    EXPECT_EQ(shown.output, QStringLiteral("Warning messages:\n1: In f(1) : w1\n2: w2\n"));
+}
