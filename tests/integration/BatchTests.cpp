@@ -5,7 +5,6 @@
 #include "TestSupport.h"
 
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -21,11 +20,7 @@ struct BatchFixture {
 
     QString write(const QString &name, const QByteArray &content)
     {
-        const QString path = dir.filePath(name);
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write(content);
-        return path;
+        return TestSupport::writeFile(dir.path(), name, content);
     }
     ProgramRun vesk(const QStringList &arguments, Input input, const QByteArray &bytes = {})
     {

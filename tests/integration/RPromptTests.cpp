@@ -5,7 +5,6 @@
 #include "LiveSession.h"
 #include "TestSupport.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -31,11 +30,7 @@ struct PromptSession : LiveSession {
     }
     QString write(const QString &name, const QByteArray &content)
     {
-        const QString path = dir.filePath(name);
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write(content);
-        return path;
+        return TestSupport::writeFile(dir.path(), name, content);
     }
     // What R itself prints at an interactive console for one line of code: R reads it from
     // standard input, echoes it, and prints its output (prompts off).

@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QThread>
@@ -33,6 +34,15 @@ QString rExecutable()
             return QString::fromLatin1(candidate);
     }
     return QStringLiteral("R");
+}
+
+QString writeFile(const QString &folder, const QString &name, const QByteArray &content)
+{
+    const QString path = folder + u'/' + name;
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(content);
+    return path;
 }
 
 QString rscriptExecutable()

@@ -15,6 +15,9 @@ QString sourcePath(const QString &relative);
 QString kernelScript();
 // The R executable the tests run against (VESK_TEST_R or the usual locations).
 QString rExecutable();
+// Writes `content` to `name` in `folder`; its path.
+QString writeFile(const QString &folder, const QString &name, const QByteArray &content);
+
 // Rscript beside the tests' R.
 QString rscriptExecutable();
 
