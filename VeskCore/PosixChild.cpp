@@ -1,16 +1,20 @@
 #include "PosixChild.h"
 
+#include "SerialQueue.h"
+
 #include <QFileInfo>
 #include <QProcessEnvironment>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <future>
 #include <mutex>
 #include <vector>
 
 #include <fcntl.h>
-#include <spawn.h>
+#include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -59,6 +63,135 @@ QStringList PosixChild::systemEnvironment()
     return QProcessEnvironment::systemEnvironment().toStringList();
 }
 
+namespace {
+
+// Everything the child needs, prepared before the fork: after it, the child may only make
+// async-signal-safe calls (another thread of Vesk may hold the allocator's lock).
+struct ChildPlan {
+    const char *program = nullptr;
+    char *const *argv = nullptr;
+    char *const *envp = nullptr;
+    const char *workingDirectory = nullptr; // null: stay
+    int stdinFd = -1;                       // -1: /dev/null
+    int stdoutFd = -1;
+    int stderrFd = -1;
+    int errorFd = -1; // written with errno when the child cannot exec
+    pid_t parent = -1;
+    bool endWithParent = true;
+};
+
+bool moveTo(int fd, int target)
+{
+    if (fd == target)
+        return ::fcntl(fd, F_SETFD, 0) == 0; // dup2 onto itself would keep close-on-exec
+    return ::dup2(fd, target) == target;
+}
+
+[[noreturn]] void reportAndExit(int errorFd)
+{
+    const int error = errno;
+    while (::write(errorFd, &error, sizeof error) < 0 && errno == EINTR) {
+    }
+    ::_exit(127);
+}
+
+[[noreturn]] void runChild(const ChildPlan &plan)
+{
+    const auto fail = [&] { reportAndExit(plan.errorFd); };
+    // Default handling for every signal before any is unblocked, so no handler of Vesk runs here.
+    struct sigaction standard {};
+    standard.sa_handler = SIG_DFL;
+    sigemptyset(&standard.sa_mask);
+    for (int signal = 1; signal < NSIG; ++signal)
+        if (signal != SIGKILL && signal != SIGSTOP)
+            ::sigaction(signal, &standard, nullptr); // glibc's own signals refuse: fine
+    // A process group of its own: a Ctrl+C in the terminal that started Vesk does not reach R.
+    if (::setpgid(0, 0) != 0)
+        fail();
+    // The child must not outlive Vesk, however Vesk ends. Vesk may have died before this line, and
+    // then the child belongs to another parent already.
+    if (plan.endWithParent) {
+        if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0)
+            fail();
+        if (::getppid() != plan.parent)
+            ::_exit(127);
+    }
+    if (plan.stdinFd >= 0) {
+        if (!moveTo(plan.stdinFd, 0))
+            fail();
+    } else {
+        const int null = ::open("/dev/null", O_RDONLY);
+        if (null < 0 || !moveTo(null, 0))
+            fail();
+        if (null != 0)
+            ::close(null);
+    }
+    if (!moveTo(plan.stdoutFd, 1) || !moveTo(plan.stderrFd, 2))
+        fail();
+    if (plan.workingDirectory && ::chdir(plan.workingDirectory) != 0)
+        fail();
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::execve(plan.program, plan.argv, plan.envp);
+    reportAndExit(plan.errorFd);
+}
+
+// Forks and execs; on failure returns -1 with the error number in *error.
+pid_t forkChild(ChildPlan plan, int *error)
+{
+    int report[2] = {-1, -1};
+    if (::pipe2(report, O_CLOEXEC) != 0) {
+        *error = errno;
+        return -1;
+    }
+    plan.errorFd = report[1];
+    plan.parent = ::getpid();
+    // Signals stay blocked across the fork, until the child has reset their handlers.
+    sigset_t all, saved;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &saved);
+    const pid_t pid = ::fork();
+    if (pid == 0)
+        runChild(plan);
+    const int forkError = errno;
+    ::pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    ::close(report[1]);
+    if (pid < 0) {
+        ::close(report[0]);
+        *error = forkError;
+        return -1;
+    }
+    // The report pipe closes at the exec; an errno arrives instead when the child could not get there.
+    int childError = 0;
+    ssize_t n;
+    do
+        n = ::read(report[0], &childError, sizeof childError);
+    while (n < 0 && errno == EINTR);
+    ::close(report[0]);
+    if (n == sizeof childError) {
+        PosixChild::wait(pid);
+        *error = childError;
+        return -1;
+    }
+    return pid;
+}
+
+// PR_SET_PDEATHSIG follows the thread that forked, not the process: a child forked on a thread that
+// ends would be killed with it. The main thread lasts as long as the process; other threads fork
+// on one that is never ended either.
+pid_t forkOnLastingThread(const ChildPlan &plan, int *error)
+{
+    if (::syscall(SYS_gettid) == ::getpid())
+        return forkChild(plan, error);
+    static SerialQueue *const forker = new SerialQueue("vesk.fork");
+    std::promise<pid_t> result;
+    forker->submit([&] { result.set_value(forkChild(plan, error)); });
+    return result.get_future().get();
+}
+
+} // namespace
+
 bool PosixChild::start(const Options &options, QString *error)
 {
     ignoreSigpipe();
@@ -84,33 +217,8 @@ bool PosixChild::start(const Options &options, QString *error)
         return fail(errnoText(saved));
     }
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (options.pipeStdin)
-        posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    else
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
-    const QByteArray cwd = options.workingDirectory.toLocal8Bit();
-    if (!cwd.isEmpty())
-        posix_spawn_file_actions_addchdir_np(&actions, cwd.constData());
-
-    // The child starts with default signal handling, nothing blocked, and in a process group of its
-    // own, so a Ctrl+C in the terminal that started Vesk does not reach R.
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t all, none;
-    sigfillset(&all);
-    sigemptyset(&none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-
     std::vector<QByteArray> storage;
-    storage.reserve(options.arguments.size() + options.environment.size() + 1);
+    storage.reserve(options.arguments.size() + options.environment.size() + 2);
     std::vector<char *> argv, envp;
     storage.push_back(options.program.toLocal8Bit());
     argv.push_back(storage.back().data());
@@ -124,14 +232,23 @@ bool PosixChild::start(const Options &options, QString *error)
         envp.push_back(storage.back().data());
     }
     envp.push_back(nullptr);
+    storage.push_back(options.workingDirectory.toLocal8Bit());
+    const QByteArray &cwd = storage.back();
 
-    pid_t pid = -1;
-    const int result = ::posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    if (result != 0) {
+    ChildPlan plan;
+    plan.program = argv[0];
+    plan.argv = argv.data();
+    plan.envp = envp.data();
+    plan.workingDirectory = cwd.isEmpty() ? nullptr : cwd.constData();
+    plan.stdinFd = options.pipeStdin ? in[0] : -1;
+    plan.stdoutFd = out[1];
+    plan.stderrFd = err[1];
+    plan.endWithParent = options.endWithParent;
+    int spawnError = 0;
+    const pid_t pid = forkOnLastingThread(plan, &spawnError);
+    if (pid < 0) {
         closeAll();
-        return fail(QStringLiteral("%1: %2").arg(options.program, errnoText(result)));
+        return fail(QStringLiteral("%1: %2").arg(options.program, errnoText(spawnError)));
     }
 
     // The child's ends belong to the child now.

@@ -1,5 +1,6 @@
 // The child-process layer under RProcess, the Claude process and CommandOutput: spawn with three
-// pipes, signal, and reap with the exit status or the signal that ended the child.
+// pipes, signal, and reap with the exit status or the signal that ended the child. A child does not
+// outlive Vesk: the kernel kills it when Vesk ends, even by SIGKILL or a crash.
 #pragma once
 
 #include <QString>
@@ -20,8 +21,9 @@ public:
         QString program;
         QStringList arguments; // without the program itself
         QString workingDirectory;
-        QStringList environment; // "KEY=value"
-        bool pipeStdin = true;   // else /dev/null
+        QStringList environment;   // "KEY=value"
+        bool pipeStdin = true;     // else /dev/null
+        bool endWithParent = true; // false only for a watcher that must act once Vesk is gone
     };
 
     PosixChild() = default;

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include <cerrno>
@@ -85,9 +86,42 @@ QString exitReason(const PosixExit &exit)
     return QStringLiteral("R exited with status %1.").arg(exit.code);
 }
 
+// What R starts (system()) is in R's process group, but unlike R it is not bound to Vesk's life. A
+// watcher outside the group kills the group once its standard input ends, which happens when Vesk
+// ends, however it ends; a line on it instead stands the watcher down. Its pid and that input's
+// descriptor, or nothing when no shell could start.
+std::optional<std::pair<pid_t, int>> startGroupWatcher(pid_t group)
+{
+    PosixChild watcher;
+    PosixChild::Options options;
+    options.program = QStringLiteral("/bin/sh");
+    options.arguments = {QStringLiteral("-c"), QStringLiteral("read line || kill -9 -$0 2>/dev/null"),
+                         QString::number(group)};
+    options.endWithParent = false;
+    if (!watcher.start(options, nullptr))
+        return std::nullopt;
+    const int lifeline = watcher.stdinFd();
+    for (const int fd : {watcher.stdoutFd(), watcher.stderrFd(), watcher.exitFd()})
+        if (fd >= 0)
+            ::close(fd);
+    watcher.releaseDescriptors();
+    return std::pair{watcher.pid(), lifeline};
+}
+
+void standDown(const std::optional<std::pair<pid_t, int>> &watcher)
+{
+    if (!watcher)
+        return;
+    const auto [pid, lifeline] = *watcher;
+    while (::write(lifeline, "\n", 1) < 0 && errno == EINTR) {
+    }
+    ::close(lifeline);
+    PosixChild::wait(pid);
+}
+
 // The "vesk.rprocess" context: reads both pipes, owns the parser, reaps the child.
 void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, int exitFd, pid_t pid,
-              QString token)
+              QString token, std::optional<std::pair<pid_t, int>> watcher)
 {
     setCurrentThreadName("vesk.rprocess");
     RStreamParser parser(token);
@@ -194,6 +228,8 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
             }
         }
     }
+    // R is gone: what it left running lives on, as it would after R quit in a terminal.
+    standDown(watcher);
     PosixExit exit;
     {
         std::lock_guard guard(shared->reapLock);
@@ -333,7 +369,8 @@ bool RProcess::start(const QMap<QString, QString> &extraEnvironment, bool loadIn
         std::lock_guard guard(m_shared->lock);
         m_shared->stdinFd = child.stdinFd();
     }
-    std::thread(readLoop, m_shared, child.stdoutFd(), child.stderrFd(), child.exitFd(), child.pid(), m_token)
+    std::thread(readLoop, m_shared, child.stdoutFd(), child.stderrFd(), child.exitFd(), child.pid(), m_token,
+                startGroupWatcher(child.pid()))
         .detach();
     child.releaseDescriptors();
 
@@ -391,10 +428,12 @@ void RProcess::terminate()
         std::lock_guard guard(m_shared->lock);
         m_shared->stdinClosed = true;
     }
+    // The whole process group: what R started with system() goes too. Only while R is unreaped is
+    // its process id sure to still name its group.
     {
         std::lock_guard guard(m_shared->reapLock);
         if (m_shared->pid > 0 && !m_shared->reaped)
-            ::kill(m_shared->pid, SIGTERM);
+            ::kill(-m_shared->pid, SIGTERM);
     }
     m_shared->writeQueue.submit([shared = m_shared] {
         std::lock_guard guard(shared->lock);
@@ -406,7 +445,7 @@ void RProcess::terminate()
         std::this_thread::sleep_for(std::chrono::seconds(2));
         std::lock_guard guard(shared->reapLock);
         if (shared->pid > 0 && !shared->reaped && ::kill(shared->pid, 0) == 0)
-            ::kill(shared->pid, SIGKILL);
+            ::kill(-shared->pid, SIGKILL);
     }).detach();
 }
 

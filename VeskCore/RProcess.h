@@ -41,7 +41,8 @@ public:
     // Fire and forget; nothing is written after exit or once standard input was closed.
     void send(const QString &line);
     void interrupt();
-    // SIGTERM, close standard input, SIGKILL two seconds later if R still lives.
+    // SIGTERM to R and what it started, close standard input, SIGKILL two seconds later if R still
+    // lives.
     void terminate();
 
     qint32 processIdentifier() const;

@@ -1,6 +1,7 @@
 // RProcess against a real R with the kernel, and against small shell children for the process
 // layer's corner cases (a child that ignores SIGTERM, a pipe held open by a grandchild).
 #include "CommandOutput.h"
+#include "PosixChild.h"
 #include "RProcess.h"
 #include "TestSupport.h"
 #include "ToolLocator.h"
@@ -10,6 +11,9 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <csignal>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -142,6 +146,43 @@ TEST(RProcessLaunch, ChildIgnoringTermIsKilledAndExitComesLast)
     process.terminate();
     TestSupport::spin(100ms);
     EXPECT_EQ(recorder.events.size(), count);
+}
+
+TEST(RProcessLaunch, TerminatingEndsWhatTheChildStartedToo)
+{
+    QTemporaryDir dir;
+    // As R's system() does: a child of the child, which the shell waits for.
+    const QString script = writeScript(dir, QStringLiteral("sleep 60 &\necho $!\nwait"));
+    RProcess process(script, dir.path(), TestSupport::kernelScript());
+    Recorder recorder(process);
+    QString error;
+    ASSERT_TRUE(process.start({}, true, &error)) << error.toStdString();
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.stdoutText().endsWith(u'\n'); }));
+    const qint64 sleeper = recorder.stdoutText().trimmed().toLongLong();
+    ASSERT_TRUE(TestSupport::processRuns(sleeper));
+    process.terminate();
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return recorder.exited(); }, 6s));
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return !TestSupport::processRuns(sleeper); }, 3s));
+}
+
+TEST(PosixChildLaunch, ChildOfAThreadThatEndedLivesOn)
+{
+    // The kernel's parent-death signal follows the thread that forked: a child forked on a short-lived
+    // thread must not die with it.
+    PosixChild child;
+    bool started = false;
+    std::thread([&] {
+        PosixChild::Options options;
+        options.program = QStringLiteral("/bin/sleep");
+        options.arguments = {QStringLiteral("30")};
+        options.environment = PosixChild::systemEnvironment();
+        started = child.start(options, nullptr);
+    }).join();
+    ASSERT_TRUE(started);
+    TestSupport::spin(300ms);
+    EXPECT_TRUE(TestSupport::processRuns(child.pid()));
+    ::kill(child.pid(), SIGKILL);
+    EXPECT_EQ(PosixChild::wait(child.pid()).code, SIGKILL);
 }
 
 TEST(RProcessLaunch, ExitWithHeldPipeStillEndsTheStream)

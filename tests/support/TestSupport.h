@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -45,5 +46,10 @@ bool waitForEvents(const std::function<bool()> &done,
                    std::chrono::milliseconds timeout = std::chrono::seconds(60));
 // Spins the event loop for the given time.
 void spin(std::chrono::milliseconds duration);
+
+// Whether a process runs: it exists and is no zombie (an orphan's zombie may wait for a reaper).
+bool processRuns(qint64 pid);
+// The processes the given one started, from /proc (all its threads').
+QList<qint64> childProcesses(qint64 pid);
 
 } // namespace TestSupport
