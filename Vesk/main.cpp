@@ -1,4 +1,5 @@
 #include "App/BatchRunner.h"
+#include "App/SessionFiles.h"
 #include "App/Settings.h"
 #include "App/Views/AppShell.h"
 
@@ -9,7 +10,8 @@
 
 int main(int argc, char **argv)
 {
-    QCoreApplication::setOrganizationName(QStringLiteral("Vesk"));
+    // No organisation name: with one, the data folder would be ".../Vesk/Vesk". The settings name
+    // both themselves.
     QCoreApplication::setApplicationName(QStringLiteral("Vesk"));
     QCoreApplication::setApplicationVersion(QStringLiteral(VESK_VERSION));
     QStringList arguments;
@@ -24,6 +26,8 @@ int main(int argc, char **argv)
     // A write to a dead R must fail with EPIPE, not end Vesk.
     ::signal(SIGPIPE, SIG_IGN);
     QApplication app(argc, argv);
+    // Earlier versions kept their data one folder deeper; unsaved text and history move up.
+    AutosaveStore::adoptFormerFolder(AutosaveStore::base() + QStringLiteral("/Vesk"));
     AppShell shell(Settings::shared());
     shell.openAtLaunch(arguments);
     return app.exec();

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
 
@@ -23,6 +24,24 @@ bool writeAtomically(const QString &folder, const QString &name, const QByteArra
         return false;
     }
     return file.commit();
+}
+
+void mergeInto(const QString &from, const QString &to)
+{
+    if (!QDir().mkpath(to))
+        return;
+    const QFileInfoList entries =
+        QDir(from).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo &entry : entries) {
+        const QString target = to + u'/' + entry.fileName();
+        const QFileInfo existing(target);
+        // A rename within one parent folder: no copy, and atomic for each entry.
+        if (!existing.exists() && !existing.isSymLink())
+            QDir().rename(entry.filePath(), target);
+        else if (entry.isDir() && !entry.isSymLink() && existing.isDir() && !existing.isSymLink())
+            mergeInto(entry.filePath(), target);
+    }
+    QDir().rmdir(from);
 }
 
 std::optional<QByteArray> readSmall(const QString &path, qint64 limit)
@@ -81,6 +100,14 @@ namespace AutosaveStore {
 QString base()
 {
     return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+}
+
+void adoptFormerFolder(const QString &former)
+{
+    const QString to = base();
+    if (QDir::cleanPath(former) == QDir::cleanPath(to) || !QFileInfo(former).isDir())
+        return;
+    mergeInto(former, to);
 }
 
 QString autosaves()

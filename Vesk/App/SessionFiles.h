@@ -31,6 +31,9 @@ namespace AutosaveStore {
 
 // The application data folder ("Vesk").
 QString base();
+// Moves what a former data folder holds into base(), entry by entry: an entry base() has already
+// stays where it was, so nothing is overwritten. The former folder goes once it is empty.
+void adoptFormerFolder(const QString &former);
 QString autosaves();
 QString sessions();
 QString conversations();

@@ -8,7 +8,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
-#include <QStandardPaths>
 
 #include <cmath>
 
@@ -36,7 +35,7 @@ namespace HistoryStore {
 
 QString folder()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/History");
+    return AutosaveStore::base() + QStringLiteral("/History");
 }
 
 QString filePath(const std::optional<QString> &projectPath)

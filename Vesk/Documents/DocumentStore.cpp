@@ -74,9 +74,11 @@ bool isKnownBinaryType(const QString &path)
 
 DocumentStore::DocumentStore(Settings &settings, QObject *parent) : QObject(parent), m_settings(settings)
 {
-    m_autosaveTimer.setSingleShot(true);
-    m_autosaveTimer.setInterval(autosaveDelayMilliseconds);
-    connect(&m_autosaveTimer, &QTimer::timeout, this, &DocumentStore::flushAutosave);
+    for (QTimer *timer : {&m_autosaveTimer, &m_autosaveDeadline}) {
+        timer->setSingleShot(true);
+        connect(timer, &QTimer::timeout, this, &DocumentStore::flushAutosave);
+    }
+    setAutosaveDelays(autosaveQuietDelay, autosaveLongestDelay);
     // Saves by other programs come in bursts (write, rename, touch): one check after they settle.
     m_diskCheckTimer.setSingleShot(true);
     m_diskCheckTimer.setInterval(250);
@@ -94,8 +96,8 @@ DocumentStore::DocumentStore(Settings &settings, QObject *parent) : QObject(pare
     }
 }
 
-// No autosave file is touched here: a store that goes away without `endSession` is a crash, and
-// what was autosaved must stay for the next start.
+// No autosave file is removed here: a store that goes away without `endSession` is a crash, and
+// what was autosaved must stay for the next start. Writes already handed over are finished.
 DocumentStore::~DocumentStore() = default;
 
 QList<EditorDocument *> DocumentStore::scripts() const
@@ -771,10 +773,17 @@ void DocumentStore::fileMoved(const QString &from, const QString &to)
 
 void DocumentStore::dropAutosave(EditorDocument *document)
 {
+    // Through the writer, so that a write of this file still waiting can't bring it back.
     if (document->autosaveName)
-        AutosaveStore::remove(*document->autosaveName);
+        m_autosaves.remove(*document->autosaveName);
     document->autosaveName.reset();
     document->autosavedEdits = -1;
+}
+
+void DocumentStore::setAutosaveDelays(std::chrono::milliseconds quiet, std::chrono::milliseconds longest)
+{
+    m_autosaveTimer.setInterval(quiet);
+    m_autosaveDeadline.setInterval(longest);
 }
 
 void DocumentStore::scheduleAutosave()
@@ -782,17 +791,21 @@ void DocumentStore::scheduleAutosave()
     if (!m_sessionKey || m_restoringSession)
         return;
     m_autosaveTimer.start();
+    // Every key restarts the quiet wait; the deadline runs from the first change not yet written.
+    if (!m_autosaveDeadline.isActive())
+        m_autosaveDeadline.start();
 }
 
 void DocumentStore::flushAutosave()
 {
     m_autosaveTimer.stop();
+    m_autosaveDeadline.stop();
     if (!m_sessionKey)
         return;
     for (EditorDocument *document : scripts()) {
         if (!document->isDirty()) {
             if (document->autosaveName && SessionFiles::isAutosaveName(*document->autosaveName))
-                AutosaveStore::remove(*document->autosaveName);
+                m_autosaves.remove(*document->autosaveName);
             document->autosaveName.reset();
             document->autosavedEdits = -1;
             continue;
@@ -801,12 +814,26 @@ void DocumentStore::flushAutosave()
             document->autosaveName = SessionFiles::autosaveName(document->id());
         else if (document->autosavedEdits == document->edits())
             continue;
-        // A failed write keeps `autosavedEdits` behind, so the next flush tries again.
-        if (AutosaveStore::write(document->text(), *document->autosaveName))
-            document->autosavedEdits = document->edits();
+        // Counted as written when handed over; a failed write puts the count back, so the next
+        // flush tries again.
+        const int before = document->autosavedEdits;
+        const int handed = document->edits();
+        document->autosavedEdits = handed;
+        m_autosaves.write(*document->autosaveName, document->text(),
+                          [this, target = QPointer<EditorDocument>(document), before, handed] {
+                              if (!target || target->autosavedEdits != handed)
+                                  return;
+                              target->autosavedEdits = before;
+                              scheduleAutosave();
+                          });
     }
     if (!m_restoringSession)
-        AutosaveStore::writeSession(sessionState(), *m_sessionKey);
+        m_autosaves.writeSession(sessionState(), *m_sessionKey);
+}
+
+void DocumentStore::finishAutosaves()
+{
+    m_autosaves.finish();
 }
 
 SessionState DocumentStore::sessionState() const
@@ -923,6 +950,7 @@ void DocumentStore::beginSession(const QString &key)
         return;
     if (m_sessionKey) {
         flushAutosave();
+        finishAutosaves();
         QList<QUuid> ids;
         for (const OpenItem &entry : m_items)
             ids.append(entry.id());
@@ -936,4 +964,5 @@ void DocumentStore::beginSession(const QString &key)
 void DocumentStore::endSession()
 {
     flushAutosave();
+    finishAutosaves();
 }

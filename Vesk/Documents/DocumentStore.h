@@ -6,6 +6,7 @@
 
 #include "App/SessionFiles.h"
 #include "App/Workspace.h"
+#include "AutosaveQueue.h"
 #include "DataDocument.h"
 #include "EditorDocument.h"
 #include "FileTypes.h"
@@ -16,6 +17,7 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 
@@ -38,7 +40,10 @@ public:
 
     // Files above this many bytes are not opened in the editor; decimal on purpose.
     static constexpr qint64 editorSizeLimit = 50'000'000;
-    static constexpr int autosaveDelayMilliseconds = 2000;
+    // Unsaved text is written once edits pause this long, and at the latest this long after the
+    // first edit the written text lacks, however steadily the user types.
+    static constexpr std::chrono::milliseconds autosaveQuietDelay{2000};
+    static constexpr std::chrono::milliseconds autosaveLongestDelay{5000};
 
     explicit DocumentStore(Settings &settings, QObject *parent = nullptr);
     ~DocumentStore() override;
@@ -99,7 +104,12 @@ public:
     void checkDisk();
     void refreshDataViews();
     void scheduleAutosave();
+    // Hands every unsaved text and the session to the autosave writer; returns before they are on
+    // disk.
     void flushAutosave();
+    // Waits until what the writer was handed is on disk.
+    void finishAutosaves();
+    void setAutosaveDelays(std::chrono::milliseconds quiet, std::chrono::milliseconds longest);
     const std::optional<QString> &sessionKey() const { return m_sessionKey; }
     bool restoringSession() const { return m_restoringSession; }
     // Stores the tabs of the session in use, then restores those of `key`.
@@ -148,6 +158,8 @@ private:
     bool m_restoringSession = false;
     int m_asking = 0;
     QTimer m_autosaveTimer;
+    QTimer m_autosaveDeadline;
+    AutosaveQueue m_autosaves{this};
     QTimer m_diskCheckTimer;
     QFileSystemWatcher m_watcher;
 };

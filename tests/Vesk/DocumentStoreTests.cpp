@@ -380,6 +380,7 @@ TEST(DocumentStoreSession, UnsavedTextTabsAndSelectionSurviveACrash)
         return QFile::exists(AutosaveStore::autosaves() + u'/' + name);
     };
     const QString untitledName = *untitled->autosaveName;
+    f.store->finishAutosaves();
     EXPECT_TRUE(autosaved(untitledName));
     EXPECT_FALSE(f.store->script(other)->autosaveName) << "a clean document has no autosave file";
     f.store.reset(); // no endSession: a crash
@@ -403,9 +404,11 @@ TEST(DocumentStoreSession, UnsavedTextTabsAndSelectionSurviveACrash)
     // Closing with "Don’t Save" deletes the autosave file; saving deletes it as well.
     f.store->close(scripts[2]->id());
     f.answer(u"Don’t Save"_qs);
+    f.store->finishAutosaves();
     EXPECT_FALSE(autosaved(untitledName));
     const QString savedName = *scripts[0]->autosaveName;
     EXPECT_EQ(f.saved(scripts[0]), std::optional<bool>(true));
+    f.store->finishAutosaves();
     EXPECT_FALSE(autosaved(savedName));
 }
 
@@ -438,6 +441,7 @@ TEST(DocumentStoreSession, RestoreKeepsUnsavedTextWhenTheFileChangedOrWentAway)
     EXPECT_EQ(scripts[1]->diskState(), DiskState::deleted);
     EXPECT_TRUE(scripts[1]->isDirty()) << "dirty, so the next flush keeps its autosave file";
     f.store->flushAutosave();
+    f.store->finishAutosaves();
     EXPECT_TRUE(AutosaveStore::read(*scripts[1]->autosaveName));
 
     // Another project: these tabs are put away with their autosave files, and come back.
@@ -447,6 +451,93 @@ TEST(DocumentStoreSession, RestoreKeepsUnsavedTextWhenTheFileChangedOrWentAway)
     EXPECT_TRUE(AutosaveStore::read(name));
     f.store->beginSession(key);
     EXPECT_EQ(f.store->scripts().size(), 2);
+}
+
+TEST(DocumentStoreSession, SteadyTypingIsWrittenBeforeItPauses)
+{
+    StoreFixture f;
+    f.store->beginSession(SessionFiles::key(f.dir.path()));
+    // The quiet delay as in use; a short longest delay keeps the test short.
+    f.store->setAutosaveDelays(DocumentStore::autosaveQuietDelay, std::chrono::milliseconds(500));
+    EditorDocument *document = f.store->newScript();
+    QString typed;
+    std::optional<QString> written;
+    for (int key = 0; key < 60 && !written; ++key) {
+        typed += QChar(u'a' + key % 26);
+        document->setText(typed);
+        TestSupport::spin(std::chrono::milliseconds(50));
+        if (document->autosaveName)
+            written = AutosaveStore::read(*document->autosaveName);
+    }
+    ASSERT_TRUE(written) << "nothing was written while the keys kept coming";
+    EXPECT_FALSE(written->isEmpty());
+    EXPECT_TRUE(typed.startsWith(*written)) << written->toStdString();
+}
+
+TEST(DocumentStoreSession, AutosaveFileEndsAsTheLastStepLeftIt)
+{
+    // A large text, so that its write is still on its way when the next step comes.
+    const QString big(8'000'000, u'x');
+    const struct {
+        const char *steps; // w: a new text handed to the writer, c: closed without saving
+        bool fileStays;
+    } cases[] = {{"www", true}, {"wc", false}, {"wwc", false}};
+    for (const auto &test : cases) {
+        StoreFixture f;
+        f.store->beginSession(SessionFiles::key(f.dir.path()));
+        EditorDocument *document = f.store->newScript();
+        const QString name = SessionFiles::autosaveName(document->id());
+        QString last;
+        for (const char *step = test.steps; *step; ++step) {
+            if (*step == 'w') {
+                last = big + QString::number(step - test.steps);
+                document->setText(last);
+                f.store->flushAutosave();
+            } else {
+                f.store->close(document->id());
+                f.answer(u"Don’t Save"_qs);
+            }
+        }
+        f.store->finishAutosaves();
+        const std::optional<QString> kept = AutosaveStore::read(name);
+        EXPECT_EQ(kept.has_value(), test.fileStays) << test.steps;
+        if (test.fileStays && kept)
+            EXPECT_TRUE(*kept == last) << test.steps;
+    }
+}
+
+TEST(SessionFiles, FormerDataFolderMovesInWithoutOverwriting)
+{
+    QStandardPaths::setTestModeEnabled(true);
+    QTemporaryDir dir;
+    const QString former = dir.filePath(u"Vesk"_qs);
+    const QString unique = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    const QString moved = AutosaveStore::autosaves() + u'/' + unique + u".txt"_qs;
+    const QString kept = AutosaveStore::autosaves() + u"/k-"_qs + unique + u".txt"_qs;
+    const QString history = u"History-"_qs + unique;
+    for (const QString &folder :
+         {former + u"/Autosave"_qs, former + u'/' + history, AutosaveStore::autosaves()})
+        ASSERT_TRUE(QDir().mkpath(folder));
+    TestSupport::writeFile(former + u"/Autosave"_qs, unique + u".txt"_qs, "moved");
+    TestSupport::writeFile(former + u"/Autosave"_qs, u"k-"_qs + unique + u".txt"_qs, "old");
+    TestSupport::writeFile(former + u'/' + history, u"h.json"_qs, "[]");
+    TestSupport::writeFile(AutosaveStore::autosaves(), u"k-"_qs + unique + u".txt"_qs, "new");
+
+    AutosaveStore::adoptFormerFolder(former);
+    EXPECT_EQ(bytesOf(moved), QByteArray("moved"));
+    EXPECT_EQ(bytesOf(kept), QByteArray("new")) << "what the new folder has stays";
+    EXPECT_EQ(bytesOf(AutosaveStore::base() + u'/' + history + u"/h.json"_qs), QByteArray("[]"));
+    EXPECT_EQ(bytesOf(former + u"/Autosave/k-"_qs + unique + u".txt"_qs), QByteArray("old"))
+        << "what could not move is not lost";
+    EXPECT_FALSE(QFile::exists(former + u'/' + history));
+
+    // Once the former folder has nothing left, it goes.
+    ASSERT_TRUE(QFile::remove(former + u"/Autosave/k-"_qs + unique + u".txt"_qs));
+    AutosaveStore::adoptFormerFolder(former);
+    EXPECT_FALSE(QFileInfo::exists(former));
+    QFile::remove(moved);
+    QFile::remove(kept);
+    QDir(AutosaveStore::base() + u'/' + history).removeRecursively();
 }
 
 TEST(SessionFiles, OnlyAutosaveNamesReachTheAutosaveFolder)

@@ -1,5 +1,6 @@
-// The real `vesk` on a private X server, typed into with xdotool and killed with SIGKILL three
-// seconds after the typing: the next start must bring back both texts, the tabs and the selection.
+// The real `vesk` on a private X server, typed into with xdotool and killed with SIGKILL: the next
+// start must bring back the texts typed up to five seconds before the kill, the tabs and the
+// selection; and the R of a killed Vesk must not run on.
 #include "App/SessionFiles.h"
 #include "TestSupport.h"
 
@@ -10,6 +11,13 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -92,17 +100,55 @@ struct DesktopRun {
             },
             40s);
     }
-    QString dataFolder() const { return home.filePath(QStringLiteral("data/Vesk/Vesk")); }
+    QString dataFolder() const { return home.filePath(QStringLiteral("data/Vesk")); }
+    // Types one key every `interval`, each with xdotool of its own; when each key had been sent.
+    std::vector<std::chrono::steady_clock::time_point> typeSteadily(const QString &keys,
+                                                                    std::chrono::milliseconds interval) const
+    {
+        std::vector<std::chrono::steady_clock::time_point> sent;
+        auto next = std::chrono::steady_clock::now();
+        for (const QChar key : keys) {
+            std::this_thread::sleep_until(next);
+            next += interval;
+            if (!xdotool({QStringLiteral("type"), QString(key)}))
+                break;
+            sent.push_back(std::chrono::steady_clock::now());
+        }
+        return sent;
+    }
 };
+
+// The keys sent at least `age` before `now`: those an autosave must hold.
+qsizetype sentBefore(const std::vector<std::chrono::steady_clock::time_point> &sent,
+                     std::chrono::steady_clock::time_point now, std::chrono::milliseconds age)
+{
+    return std::count_if(sent.cbegin(), sent.cend(), [&](auto time) { return time <= now - age; });
+}
+
+// Keys that no editor completes, indents or pairs.
+QString digits(int count)
+{
+    QString text;
+    for (int i = 0; i < count; ++i)
+        text += QChar(u'0' + (i + 1) % 10);
+    return text;
+}
+
+// Clock ticks of user and system time the process has used.
+qint64 cpuTicks(qint64 pid)
+{
+    const QByteArray stat = readAll(QStringLiteral("/proc/%1/stat").arg(pid));
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return fields.size() > 12 ? fields[11].toLongLong() + fields[12].toLongLong() : -1;
+}
 
 } // namespace
 
-TEST(SessionRestoreApp, UnsavedTextTabsAndSelectionSurviveSIGKILL)
+TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
 {
-    if (tool(QStringLiteral("Xvfb")).isEmpty() || tool(QStringLiteral("xdotool")).isEmpty())
-        GTEST_SKIP() << "needs Xvfb and xdotool";
-    if (!QFile::exists(QStringLiteral(VESK_BINARY_DIR "/vesk")))
-        GTEST_SKIP() << "needs the vesk executable (VESK_APP=ON)";
+    ASSERT_FALSE(tool(QStringLiteral("Xvfb")).isEmpty());
+    ASSERT_FALSE(tool(QStringLiteral("xdotool")).isEmpty());
+    ASSERT_TRUE(QFile::exists(QStringLiteral(VESK_BINARY_DIR "/vesk")));
     DesktopRun run;
     ASSERT_TRUE(run.startServer());
     const QString project = run.home.filePath(QStringLiteral("proj"));
@@ -124,14 +170,23 @@ TEST(SessionRestoreApp, UnsavedTextTabsAndSelectionSurviveSIGKILL)
                              QStringLiteral("click"), QStringLiteral("1")}));
     TestSupport::spin(300ms);
     ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+End")}));
-    ASSERT_TRUE(run.xdotool({QStringLiteral("type"), QStringLiteral("summary(x)")}));
+    // A key every 100 ms for 8 seconds into each script, with no pause that a quiet-time autosave
+    // would wait for; the new script never pauses before the kill.
+    const QString keys = digits(80);
+    const auto intoFile = run.typeSteadily(keys, 100ms);
     ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+n")}));
-    TestSupport::spin(500ms);
-    ASSERT_TRUE(run.xdotool({QStringLiteral("type"), QStringLiteral("plot(1:10)")}));
-    TestSupport::spin(3s);
+    TestSupport::spin(300ms);
+    const auto intoNew = run.typeSteadily(keys, 100ms);
     first.kill(); // SIGKILL: no quit path runs
+    const auto killed = std::chrono::steady_clock::now();
     ASSERT_TRUE(first.waitForFinished(5000));
     EXPECT_EQ(readAll(script), QByteArray("x <- 1\nprint(x)\n")) << "nothing was saved";
+    ASSERT_EQ(intoFile.size(), size_t(keys.size()));
+    ASSERT_EQ(intoNew.size(), size_t(keys.size()));
+    // Written at most five seconds after the first edit it lacks; the margin is for scheduling.
+    const qsizetype fileKept = sentBefore(intoFile, killed, 5500ms);
+    const qsizetype newKept = sentBefore(intoNew, killed, 5500ms);
+    ASSERT_GT(newKept, 0) << "the typing into the new script lasted long enough to need a write";
 
     // The next start, with no arguments, reopens the last project and its tabs; quitting it then
     // stores what it restored.
@@ -162,6 +217,66 @@ TEST(SessionRestoreApp, UnsavedTextTabsAndSelectionSurviveSIGKILL)
     auto autosaved = [&](const QString &name) {
         return QString::fromUtf8(readAll(run.dataFolder() + QStringLiteral("/Autosave/") + name));
     };
-    EXPECT_EQ(autosaved(*state->tabs[0].autosave), QStringLiteral("x <- 1\nprint(x)\nsummary(x)"));
-    EXPECT_EQ(autosaved(*state->tabs[1].autosave), QStringLiteral("plot(1:10)"));
+    const QString fileText = autosaved(*state->tabs[0].autosave);
+    const QString newText = autosaved(*state->tabs[1].autosave);
+    const QString saved = QStringLiteral("x <- 1\nprint(x)\n");
+    EXPECT_TRUE(fileText.startsWith(saved + keys.left(fileKept)) && (saved + keys).startsWith(fileText))
+        << fileText.toStdString() << " should hold the first " << fileKept << " keys";
+    EXPECT_TRUE(newText.startsWith(keys.left(newKept)) && keys.startsWith(newText))
+        << newText.toStdString() << " should hold the first " << newKept << " keys";
+}
+
+TEST(SessionRestoreApp, BusyROfAKilledVeskEndsWithItAndSoDoesWhatRStarted)
+{
+    ASSERT_FALSE(tool(QStringLiteral("Xvfb")).isEmpty());
+    ASSERT_FALSE(tool(QStringLiteral("xdotool")).isEmpty());
+    DesktopRun run;
+    ASSERT_TRUE(run.startServer());
+    const QString project = run.home.filePath(QStringLiteral("proj"));
+    ASSERT_TRUE(QDir().mkpath(project));
+    const QString sleeperFile = project + QStringLiteral("/sleeper.pid");
+    // A program R started runs on its own, as system() leaves it; then R loops.
+    const QString script =
+        TestSupport::writeFile(project, QStringLiteral("loop.R"),
+                               "system('sleep 300 & echo $! > " + sleeperFile.toUtf8() + "'); repeat {}\n");
+
+    QProcess vesk;
+    run.startVesk(vesk, {project, script});
+    ASSERT_TRUE(vesk.waitForStarted(5000));
+    ASSERT_TRUE(run.windowShown());
+    qint64 r = 0;
+    ASSERT_TRUE(TestSupport::waitUntil(
+        [&] {
+            for (const qint64 child : TestSupport::childProcesses(vesk.processId()))
+                if (readAll(QStringLiteral("/proc/%1/cmdline").arg(child)).contains("--no-readline"))
+                    r = child;
+            return r > 0;
+        },
+        20s));
+    TestSupport::spin(4s); // R loads the kernel before it runs anything
+    ASSERT_TRUE(run.xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("90"),
+                             QStringLiteral("click"), QStringLiteral("1")}));
+    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+Home")}));
+    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+Return")}));
+    // Busy: a second of the loop uses a good part of a second of processor time.
+    ASSERT_TRUE(TestSupport::waitUntil(
+        [&] {
+            const qint64 before = cpuTicks(r);
+            std::this_thread::sleep_for(1s);
+            return cpuTicks(r) - before >= sysconf(_SC_CLK_TCK) / 4;
+        },
+        20s))
+        << "R never ran the loop";
+    const qint64 sleeper = readAll(sleeperFile).trimmed().toLongLong();
+    ASSERT_TRUE(TestSupport::processRuns(sleeper));
+
+    vesk.kill();
+    ASSERT_TRUE(vesk.waitForFinished(5000));
+    EXPECT_TRUE(TestSupport::waitUntil(
+        [&] { return !TestSupport::processRuns(r) && !TestSupport::processRuns(sleeper); }, 1s))
+        << "R runs: " << TestSupport::processRuns(r)
+        << ", its program runs: " << TestSupport::processRuns(sleeper);
+    for (const qint64 pid : {r, sleeper})
+        if (TestSupport::processRuns(pid))
+            ::kill(pid_t(pid), SIGKILL);
 }
