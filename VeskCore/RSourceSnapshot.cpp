@@ -342,6 +342,32 @@ bool RSourceSnapshot::isControlHeaderEnd(const RToken &token, qsizetype line) co
            (isKeyword(before->token, {"if", "for", "while", "function"}) || isLambda(before->token));
 }
 
+std::optional<RLineToken> RSourceSnapshot::enclosingOpener(qsizetype line) const
+{
+    if (!validLine(line))
+        return std::nullopt;
+    // One pass from the top serves every later question: Run Line on each line of a file costs one
+    // lexing of it, not one per line.
+    for (qsizetype l = qsizetype(m_openerAtStart.size()); l <= line; ++l) {
+        if (!isCode(l)) {
+            m_openBrackets.clear();
+            m_openerAtStart.push_back(-1);
+            continue;
+        }
+        m_openerAtStart.push_back(m_openBrackets.empty() ? -1 : m_openBrackets.back());
+        for (const RToken &t : lexed(l).tokens) {
+            if (isOpener(t))
+                m_openBrackets.push_back(t.location);
+            else if (isCloser(t) && !m_openBrackets.empty())
+                m_openBrackets.pop_back();
+        }
+    }
+    const qsizetype at = m_openerAtStart[size_t(line)];
+    if (at < 0)
+        return std::nullopt;
+    return RLineToken{RToken{RTokenKind::bracket, at, 1}, this->line(at)};
+}
+
 std::optional<qsizetype> RSourceSnapshot::extendUp(qsizetype start, const RBracketBalance &balance) const
 {
     if (!validLine(start))
@@ -356,25 +382,24 @@ std::optional<qsizetype> RSourceSnapshot::extendUp(qsizetype start, const RBrack
         if (opener && opener->line < start)
             return opener->line;
     }
+    // Inside parentheses or brackets R reads on whatever the line starts with (`,`, `%op%`, `=`);
+    // only braces hold statements of their own.
+    std::optional<RLineToken> opener = enclosingOpener(start);
+    qsizetype outermost = -1;
+    while (opener && character(opener->token.location) != '{') {
+        outermost = opener->line;
+        opener = enclosingOpener(opener->line);
+    }
+    if (outermost >= 0 && outermost < start)
+        return outermost;
     const std::optional<qsizetype> prev = previousCodeLine(start);
     if (!prev)
         return std::nullopt;
-    const QList<RToken> prevTokens = significantTokens(*prev);
-    const RToken last = prevTokens.last();
-    const char16_t c = character(last.location);
-    if (isComma(last) || (last.kind == RTokenKind::bracket && (c == '(' || c == '['))) {
-        const std::optional<RLineToken> opener = matchingOpener(lineStart(start), start, unlimited());
-        if (opener && opener->line < start && character(opener->token.location) != '{')
-            return opener->line;
+    if (continuesStatement(significantTokens(*prev).last(), *prev))
         return prev;
-    }
-    if (last.kind == RTokenKind::operator_ || isLambda(last))
-        return prev;
-    if (isKeyword(last, {"else", "repeat", "function", "if", "for", "while"}) ||
-        isControlHeaderEnd(last, *prev))
-        return prev;
-    const QList<RToken> own = significantTokens(start);
-    if (!own.isEmpty() && isKeyword(own.first(), {"else"}))
+    // The first code line from `start` on, which a blank start line takes from below.
+    const std::optional<qsizetype> own = nextCodeLine(start - 1);
+    if (own && isKeyword(significantTokens(*own).first(), {"else"}))
         return prev;
     return std::nullopt;
 }
@@ -402,10 +427,8 @@ std::optional<qsizetype> RSourceSnapshot::extendDown(qsizetype start, qsizetype 
             break;
         }
     }
-    if (!last)
-        return std::nullopt;
-    const std::optional<qsizetype> next = nextCodeLine(last->line);
-    if (continuesStatement(last->token, last->line))
+    const std::optional<qsizetype> next = nextCodeLine(last ? last->line : end);
+    if (last && continuesStatement(last->token, last->line))
         return next;
     if (next) {
         const QList<RToken> tokens = significantTokens(*next);

@@ -17,6 +17,7 @@
 #include <initializer_list>
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 class RSourceSnapshot {
 public:
@@ -69,6 +70,8 @@ public:
     qsizetype lastLineOfRegion(qsizetype from) const;
     bool continuesStatement(const RToken &token, qsizetype line) const;
     bool isControlHeaderEnd(const RToken &token, qsizetype line) const;
+    // The innermost bracket left open before the line starts, counted from the top of its code region.
+    std::optional<RLineToken> enclosingOpener(qsizetype line) const;
     std::optional<qsizetype> extendUp(qsizetype start, const RBracketBalance &balance) const;
     std::optional<qsizetype> extendDown(qsizetype start, qsizetype end, const RBracketBalance &balance) const;
 
@@ -85,4 +88,8 @@ private:
     RLineIndex m_lines;
     QList<RLineState> m_states;
     mutable std::unordered_map<qsizetype, RLineLexer::Line> m_cache;
+    // enclosingOpener's answers so far (offset of the opener, or -1), and the brackets open after the
+    // last line it has seen.
+    mutable std::vector<qsizetype> m_openerAtStart;
+    mutable std::vector<qsizetype> m_openBrackets;
 };

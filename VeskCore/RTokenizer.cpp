@@ -37,12 +37,16 @@ size_t qHash(const State &state, size_t seed)
 
 bool isSpace(char16_t u)
 {
+    // R's blanks are U+1680, U+2000..U+2006, U+2008..U+200A, U+205F and U+3000; R rejects the
+    // no-break and zero-width ones, which read as space here rather than glue names together.
     switch (u) {
     case u'\t':
     case u'\f':
     case u'\r':
     case u' ':
     case 0x00A0:
+    case 0x1680:
+    case 0x205F:
     case 0x3000:
     case 0xFEFF:
         return true;
@@ -170,6 +174,9 @@ bool reservedKind(const char16_t *n, qsizetype len, RTokenKind &kind)
         }
     case 'T':
         return len == 1 ? is("T", C) : is("TRUE", C);
+    case '_':
+        // The pipe placeholder.
+        return is("_", K);
     default:
         return false;
     }
@@ -277,7 +284,7 @@ struct Scanner {
             return 1;
         case '%':
             for (qsizetype i = at + 1; i < to; ++i) {
-                if (u[i] == '\n')
+                if (u[i] == '\n' || u[i] == '\r')
                     return 1;
                 if (u[i] == '%')
                     return i - at + 1;
@@ -341,7 +348,7 @@ struct Scanner {
         qsizetype back = from;
         while (back > 0 && isBlankOrTab(u[back - 1]))
             --back;
-        const bool standing = back == 0 || u[back - 1] == '\n';
+        const bool standing = back == 0 || u[back - 1] == '\n' || u[back - 1] == '\r';
         if (!standing) {
             push(RTokenKind::comment, from, end);
             return;
@@ -431,8 +438,9 @@ struct Scanner {
                 ++at;
                 continue;
             case '#': {
+                // A CR ends a line in R's files, alone or before LF.
                 qsizetype end = at + 1;
-                while (end < to && u[end] != '\n')
+                while (end < to && u[end] != '\n' && u[end] != '\r')
                     ++end;
                 pushComment(at, end);
                 at = end;
@@ -487,15 +495,12 @@ struct Scanner {
                 state.argumentPosition = false;
                 ++at;
                 continue;
-            case '\\': {
-                qsizetype i = at + 1;
-                while (i < to && isBlankOrTab(u[i]))
-                    ++i;
-                push(i < to && u[i] == '(' ? RTokenKind::keyword : RTokenKind::punctuation, at, at + 1);
+            case '\\':
+                // Always R's lambda, even with its `(` lines below.
+                push(RTokenKind::keyword, at, at + 1);
                 state.argumentPosition = false;
                 ++at;
                 continue;
-            }
             default:
                 break;
             }

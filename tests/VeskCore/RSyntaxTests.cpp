@@ -1,5 +1,6 @@
 #include "QStringPrinting.h"
 #include "RReference.h"
+#include "RStatementShapes.h"
 #include "RSyntax.h"
 
 #include <gtest/gtest.h>
@@ -32,6 +33,22 @@ TEST(RSyntax, StatementsOverContinuationsAndBrackets)
     EXPECT_EQ(statement(u"f <- function(x)\n{\n  x\n}"_qs, 0), Lines(0, 3));
     // A pipe chain that ends inside a call extends down again.
     EXPECT_EQ(statement(u"a |>\n  f(1,\n    2) |>\n  g()\nz"_qs, 0), Lines(0, 3));
+}
+
+TEST(RSyntax, StatementsOverEveryContinuationShape)
+{
+    // The same spans come from R in RParserAgreementTests; CRLF line ends change nothing.
+    for (const RStatementShapes::Shape &shape : RStatementShapes::shapes()) {
+        for (const QString &text : {shape.text(), shape.lines.join(u"\r\n"_qs) + u"\r\n"_qs}) {
+            const RSourceSnapshot s(text, RSourceLanguage::r);
+            for (int line = 0; line < shape.lines.size(); ++line) {
+                const RTextSpan span = RSyntax::statementRange(s, line);
+                EXPECT_EQ(Lines(span.firstLine, span.lastLine), Lines(shape.spans[line]))
+                    << "line " << line << " of\n"
+                    << shape.text().toStdString();
+            }
+        }
+    }
 }
 
 TEST(RSyntax, StatementsAtTheEdges)
@@ -69,8 +86,9 @@ TEST(RSyntax, MatchingBrackets)
 
 TEST(RSyntax, ConsoleCompleteness)
 {
-    for (const QString &incomplete : {u"x <- "_qs, u"f(1"_qs, u"'abc"_qs, u"if (x)"_qs, u"function(x)"_qs,
-                                      u"r\"(a"_qs, u"`a"_qs, u"x |>"_qs, u"\\(x)"_qs, u"for (i in 1:3)"_qs})
+    for (const QString &incomplete :
+         {u"x <- "_qs, u"f(1"_qs, u"'abc"_qs, u"if (x)"_qs, u"function(x)"_qs, u"r\"(a"_qs, u"`a"_qs,
+          u"x |>"_qs, u"\\(x)"_qs, u"for (i in 1:3)"_qs, u"f <- \\"_qs, u"x # c\r"_qs + u"y +"_qs})
         EXPECT_FALSE(RSyntax::isLikelyComplete(incomplete)) << incomplete.toStdString();
     for (const QString &complete :
          {u")"_qs, QString(), u"f(x)"_qs, u"x # comment <-"_qs, u"if (x) y"_qs, u"f(1))(("_qs})
@@ -81,9 +99,10 @@ TEST(RReference, PlainReferences)
 {
     for (const QString &plain :
          {u"mtcars$mpg"_qs, u"stats::lm"_qs, u"x[[\"a\"]]"_qs, u"x[[1]]$y # note"_qs, u" `my df` @ slot "_qs,
-          u"\"pkg\":::`f`"_qs, u"x[[1.5e3L]]"_qs, u"T"_qs, u"l$\"a b\""_qs})
+          u"\"pkg\":::`f`"_qs, u"x[[1.5e3L]]"_qs, u"Tx"_qs, u"l$\"a b\""_qs})
         EXPECT_TRUE(RReference::isPlainReference(plain)) << plain.toStdString();
     for (const QString &code : {u"f(x)"_qs, u"x[1]"_qs, u"a + b"_qs, u"if"_qs, QString(), u"  "_qs, u".5"_qs,
-                                u"\"a\""_qs, u"stats::"_qs, u"x$"_qs, u"x[[y]]"_qs, u"`a"_qs, u"TRUE"_qs})
+                                u"\"a\""_qs, u"stats::"_qs, u"x$"_qs, u"x[[y]]"_qs, u"`a"_qs, u"TRUE"_qs,
+                                u"T"_qs, u"F$x"_qs, u"NULL"_qs, u"return"_qs})
         EXPECT_FALSE(RReference::isPlainReference(code)) << code.toStdString();
 }

@@ -93,9 +93,14 @@ TEST(RTokenizer, NumbersAndOperators)
         u"identifier:a operator:<<- identifier:b operator:< operator:< identifier:c operator:->> "
         "identifier:d operator:|> identifier:e operator:::: identifier:f operator::= identifier:g "
         "operator:** identifier:h operator:|| identifier:i operator:&& identifier:j operator:!= identifier:k"_qs);
+    // A backslash is R's lambda wherever its `(` stands, lines below included.
+    EXPECT_EQ(lexed(u"\\(x) x; f <- \\ # c\n\n (y) y"_qs),
+              u"keyword:\\ bracket:( identifier:x bracket:) identifier:x punctuation:; identifier:f "
+              "operator:<- keyword:\\ comment:# c bracket:( identifier:y bracket:) identifier:y"_qs);
     EXPECT_EQ(
-        lexed(u"\\(x) x; \\ x"_qs),
-        u"keyword:\\ bracket:( identifier:x bracket:) identifier:x punctuation:; punctuation:\\ identifier:x"_qs);
+        lexed(u"x |> f(y = _) |> g(a_b = _)"_qs),
+        u"identifier:x operator:|> functionCall:f bracket:( argumentName:y operator:= keyword:_ "
+        "bracket:) operator:|> functionCall:g bracket:( argumentName:a_b operator:= keyword:_ bracket:)"_qs);
 }
 
 TEST(RTokenizer, CommentsRoxygenAndSections)
@@ -110,8 +115,21 @@ TEST(RTokenizer, CommentsRoxygenAndSections)
         lexed(u"# Load data ----\n### ====\n# ---- setup\n# ---\n#---- \n"_qs),
         u"sectionMarker:# Load data ---- sectionMarker:### ==== sectionMarker:# ---- setup comment:# --- "
         "sectionMarker:#---- "_qs);
-    // A carriage return before the hash makes the comment trailing.
-    EXPECT_EQ(lexed(u"x\r# ----- y"_qs), u"identifier:x comment:# ----- y"_qs);
+}
+
+TEST(RTokenizer, CarriageReturnsEndLinesAsInRsFiles)
+{
+    const std::pair<QString, QString> cases[] = {
+        {u"x # c\r\ny"_qs, u"identifier:x comment:# c identifier:y"_qs},
+        {u"x # c\ry # d\r"_qs, u"identifier:x comment:# c identifier:y comment:# d"_qs},
+        {u"x\r# ----- y\r\n"_qs, u"identifier:x sectionMarker:# ----- y"_qs},
+        {u"x\r  #' @param a\r\n"_qs, u"identifier:x roxygen:#'  roxygenTag:@param roxygen: a"_qs},
+        {u"a %in\r% b"_qs, u"identifier:a operator:% keyword:in operator:% identifier:b"_qs},
+    };
+    for (const auto &[text, tokens] : cases) {
+        EXPECT_EQ(lexed(text), tokens) << text.toStdString();
+        EXPECT_EQ(lexedByLine(text), tokens) << text.toStdString();
+    }
 }
 
 TEST(RTokenizer, OpenLiteralsCarryAcrossLines)
@@ -137,9 +155,17 @@ TEST(RTokenizer, OpenLiteralsCarryAcrossLines)
 
 TEST(RTokenizer, UnicodeSpacesAndNames)
 {
-    // An em space and a byte order mark separate names; a surrogate is an ordinary non-ASCII name unit.
-    EXPECT_EQ(lexed(u"a\u2003b\uFEFFc 😀1 x1 \u2014"_qs),
-              u"identifier:a identifier:b identifier:c identifier:😀1 identifier:x1 punctuation:\u2014"_qs);
+    // R 4.2's blanks in a UTF-8 locale, and the spaces R rejects that still keep names apart here.
+    const char16_t blanks[] = {u'\t',  u'\f',  0x1680, 0x2000, 0x2001, 0x2002, 0x2003, 0x2004, 0x2005,
+                               0x2006, 0x2008, 0x2009, 0x200A, 0x205F, 0x3000, 0x00A0, 0x2007, 0xFEFF};
+    for (const char16_t blank : blanks) {
+        const QString b(QChar{blank});
+        EXPECT_EQ(lexed(b + u"a"_qs + b + u"b"_qs + b + u"+"_qs + b + u"c"_qs),
+                  u"identifier:a identifier:b operator:+ identifier:c"_qs)
+            << std::hex << int(blank);
+    }
+    // A surrogate is an ordinary non-ASCII name unit.
+    EXPECT_EQ(lexed(u"😀1 x1 \u2014"_qs), u"identifier:😀1 identifier:x1 punctuation:\u2014"_qs);
     EXPECT_FALSE(RTokenizer::isSpace(u'\n'));
     EXPECT_TRUE(RTokenizer::tokenize(QString()).isEmpty());
 }

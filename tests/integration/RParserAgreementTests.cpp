@@ -1,6 +1,8 @@
 // The tokenizer and the statement queries against R's own parser, on real R code that R itself
-// writes out: the deparsed functions of the installed base packages and the R files R ships.
+// writes out: the deparsed functions of the installed base packages and the R files R ships, as they
+// are and with CRLF line ends, and the continuation shapes of Run Line.
 #include "RSourceSnapshot.h"
+#include "RStatementShapes.h"
 #include "RSyntax.h"
 #include "RTokenizer.h"
 #include "TestSupport.h"
@@ -8,14 +10,17 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSet>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -25,11 +30,17 @@ struct RToken2 {
     QString token;
 };
 
+// A statement inside braces: the braces' id and where the statement starts and ends.
+struct RBlockStatement {
+    int parent, line1, col1, line2, col2;
+};
+
 struct Corpus {
     QString text;
     QList<qsizetype> lineStarts;
     QList<RToken2> tokens;
     QList<std::pair<int, int>> expressions;
+    QList<RBlockStatement> blocks;
     // Corpus line of the chunk's start (1-based), lines in the prefix, R's verdict.
     struct Prefix {
         int start, lines;
@@ -67,48 +78,37 @@ QList<QStringList> readTable(const QString &path)
     return rows;
 }
 
-const Corpus &corpus()
+QByteArray fileBytes(const QString &path)
 {
-    static std::unique_ptr<Corpus> loaded;
-    if (loaded)
-        return *loaded;
-    loaded = std::make_unique<Corpus>();
-    Corpus &c = *loaded;
-    // The whole corpus takes R about 12 s; sanitized builds and VESK_R_CORPUS_STEP take a sample.
-    const QString step = qEnvironmentVariable("VESK_R_CORPUS_STEP", sanitized() ? u"8"_qs : u"1"_qs);
-    const QString prefixStep = sanitized() ? u"24"_qs : u"6"_qs;
-    const QString script = TestSupport::sourcePath(u"tests/integration/RParseCorpus.R"_qs);
-    // CTest runs each case in its own process: they share one corpus per script, R and step.
-    QFile scriptFile(script);
-    scriptFile.open(QIODevice::ReadOnly);
-    const QByteArray key =
-        QCryptographicHash::hash(scriptFile.readAll() + TestSupport::rExecutable().toUtf8() + step.toUtf8() +
-                                     prefixStep.toUtf8(),
-                                 QCryptographicHash::Sha1)
-            .toHex()
-            .left(16);
-    const QString cached = QDir::temp().filePath(u"vesk-r-parse-corpus-"_qs + QString::fromLatin1(key));
-    QDir dir(cached);
-    if (!QFile::exists(dir.filePath(u"summary.txt"_qs))) {
-        QTemporaryDir work(cached + u"-XXXXXX"_qs);
-        QProcess r;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(u"LC_ALL"_qs, u"C.UTF-8"_qs);
-        env.remove(u"DISPLAY"_qs);
-        r.setProcessEnvironment(env);
-        r.start(TestSupport::rExecutable(), {u"--vanilla"_qs, u"--no-echo"_qs, u"-f"_qs, script, u"--args"_qs,
-                                             work.path(), step, prefixStep});
-        if (!r.waitForFinished(300000) || r.exitStatus() != QProcess::NormalExit || r.exitCode() != 0) {
-            c.problem = u"R failed: "_qs + QString::fromUtf8(r.readAllStandardError());
-            return c;
-        }
-        // Another process may have finished first; either copy is the same.
-        if (QDir().rename(work.path(), cached))
-            work.setAutoRemove(false);
-    }
-    QFile text(dir.filePath(u"corpus.R"_qs));
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Runs RParseCorpus.R with `arguments` after the output folder into `into`; an error message or empty.
+QString runCorpusScript(const QString &into, const QStringList &arguments)
+{
+    QProcess r;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"LC_ALL"_qs, u"C.UTF-8"_qs);
+    env.remove(u"DISPLAY"_qs);
+    r.setProcessEnvironment(env);
+    r.start(TestSupport::rExecutable(),
+            QStringList{u"--vanilla"_qs, u"--no-echo"_qs, u"-f"_qs,
+                        TestSupport::sourcePath(u"tests/integration/RParseCorpus.R"_qs), u"--args"_qs, into} +
+                arguments);
+    if (!r.waitForFinished(300000) || r.exitStatus() != QProcess::NormalExit || r.exitCode() != 0)
+        return u"R failed: "_qs + QString::fromUtf8(r.readAllStandardError());
+    return QString();
+}
+
+// What R wrote into `dir`, for the files named with `suffix`.
+Corpus loadCorpus(const QString &folder, const QString &suffix)
+{
+    Corpus c;
+    const QDir dir(folder);
+    QFile text(dir.filePath(u"corpus"_qs + suffix + u".R"_qs));
     if (!text.open(QIODevice::ReadOnly)) {
-        c.problem = u"no corpus"_qs;
+        c.problem = u"no corpus"_qs + suffix;
         return c;
     }
     c.text = QString::fromUtf8(text.readAll());
@@ -117,19 +117,71 @@ const Corpus &corpus()
         if (c.text[i] == u'\n')
             c.lineStarts.append(i + 1);
     }
-    for (const QStringList &row : readTable(dir.filePath(u"tokens.tsv"_qs))) {
+    for (const QStringList &row : readTable(dir.filePath(u"tokens"_qs + suffix + u".tsv"_qs))) {
         if (row.size() == 5)
             c.tokens.append({row[0].toInt(), row[1].toInt(), row[2].toInt(), row[3].toInt(), row[4]});
     }
-    for (const QStringList &row : readTable(dir.filePath(u"exprs.tsv"_qs))) {
+    for (const QStringList &row : readTable(dir.filePath(u"exprs"_qs + suffix + u".tsv"_qs))) {
         if (row.size() == 2)
             c.expressions.append({row[0].toInt(), row[1].toInt()});
     }
-    for (const QStringList &row : readTable(dir.filePath(u"prefixes.tsv"_qs))) {
-        if (row.size() == 3)
-            c.prefixes.append({row[0].toInt(), row[1].toInt(), row[2]});
+    for (const QStringList &row : readTable(dir.filePath(u"blocks"_qs + suffix + u".tsv"_qs))) {
+        if (row.size() == 5)
+            c.blocks.append({row[0].toInt(), row[1].toInt(), row[2].toInt(), row[3].toInt(), row[4].toInt()});
+    }
+    if (suffix.isEmpty()) {
+        for (const QStringList &row : readTable(dir.filePath(u"prefixes.tsv"_qs))) {
+            if (row.size() == 3)
+                c.prefixes.append({row[0].toInt(), row[1].toInt(), row[2]});
+        }
     }
     return c;
+}
+
+// The corpus and its CRLF copy, read once per process. VESK_R_CORPUS_FILES names a file that lists
+// R files to read instead of the installed packages.
+const std::pair<Corpus, Corpus> &corpora()
+{
+    static std::unique_ptr<std::pair<Corpus, Corpus>> loaded;
+    if (loaded)
+        return *loaded;
+    loaded = std::make_unique<std::pair<Corpus, Corpus>>();
+    // The whole corpus takes R about 20 s; sanitized builds and VESK_R_CORPUS_STEP take a sample.
+    const QString step = qEnvironmentVariable("VESK_R_CORPUS_STEP", sanitized() ? u"8"_qs : u"1"_qs);
+    const QString prefixStep = sanitized() ? u"24"_qs : u"6"_qs;
+    const QString crlfStep = u"4"_qs;
+    const QString files = qEnvironmentVariable("VESK_R_CORPUS_FILES");
+    QStringList arguments{step, prefixStep, crlfStep};
+    if (!files.isEmpty())
+        arguments << QFileInfo(files).absoluteFilePath();
+    // CTest runs each case in its own process: they share one corpus per script, R and arguments.
+    const QByteArray key =
+        QCryptographicHash::hash(fileBytes(TestSupport::sourcePath(u"tests/integration/RParseCorpus.R"_qs)) +
+                                     TestSupport::rExecutable().toUtf8() + arguments.join(u' ').toUtf8() +
+                                     (files.isEmpty() ? QByteArray() : fileBytes(files)),
+                                 QCryptographicHash::Sha1)
+            .toHex()
+            .left(16);
+    const QString cached = QDir::temp().filePath(u"vesk-r-parse-corpus-"_qs + QString::fromLatin1(key));
+    if (!QFile::exists(QDir(cached).filePath(u"summary.txt"_qs))) {
+        QTemporaryDir work(cached + u"-XXXXXX"_qs);
+        const QString problem = runCorpusScript(work.path(), arguments);
+        if (!problem.isEmpty()) {
+            loaded->first.problem = problem;
+            return *loaded;
+        }
+        // Another process may have finished first; either copy is the same.
+        if (QDir().rename(work.path(), cached))
+            work.setAutoRemove(false);
+    }
+    loaded->first = loadCorpus(cached, QString());
+    loaded->second = loadCorpus(cached, u"-crlf"_qs);
+    return *loaded;
+}
+
+const Corpus &corpus()
+{
+    return corpora().first;
 }
 
 // R's parse data counts columns in characters, with a tab advancing to the next multiple of 8.
@@ -138,7 +190,8 @@ qsizetype offsetOf(const Corpus &c, int line, int column, bool end)
     if (line < 1 || line > c.lineStarts.size())
         return -1;
     int col = 0;
-    for (qsizetype i = c.lineStarts[line - 1]; i < c.text.size() && c.text[i] != u'\n'; ++i) {
+    for (qsizetype i = c.lineStarts[line - 1]; i < c.text.size() && c.text[i] != u'\n' && c.text[i] != u'\r';
+         ++i) {
         if (c.text[i].isLowSurrogate())
             continue;
         ++col;
@@ -165,9 +218,9 @@ Kinds expectedKinds(const QString &token, QStringView text)
         u"OR2"_qs,         u"'!'"_qs,       u"'~'"_qs,          u"'?'"_qs,  u"':'"_qs,    u"NS_GET"_qs,
         u"NS_GET_INT"_qs,  u"'$'"_qs,       u"'@'"_qs,          u"PIPE"_qs, u"EQ_SUB"_qs, u"EQ_FORMALS"_qs,
         u"PIPEBIND"_qs};
-    static const QSet<QString> keywords = {u"FUNCTION"_qs, u"IF"_qs,    u"ELSE"_qs,   u"FOR"_qs,
-                                           u"IN"_qs,       u"WHILE"_qs, u"REPEAT"_qs, u"NEXT"_qs,
-                                           u"BREAK"_qs,    u"'\\\\'"_qs};
+    static const QSet<QString> keywords = {u"FUNCTION"_qs, u"IF"_qs,     u"ELSE"_qs,       u"FOR"_qs,
+                                           u"IN"_qs,       u"WHILE"_qs,  u"REPEAT"_qs,     u"NEXT"_qs,
+                                           u"BREAK"_qs,    u"'\\\\'"_qs, u"PLACEHOLDER"_qs};
     if (token == u"STR_CONST")
         return {K::string};
     if (token == u"NUM_CONST") {
@@ -252,26 +305,14 @@ bool deliberateKind(const Corpus &c, const QString &token, const RToken &mine, c
         qsizetype i = after;
         while (i < c.text.size() && (c.text[i] == u' ' || c.text[i] == u'\t'))
             ++i;
-        return i < c.text.size() && c.text[i] == u'\n';
+        return i < c.text.size() && (c.text[i] == u'\n' || c.text[i] == u'\r');
     }
     return false;
 }
 
-class RParserAgreement : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (!corpus().problem.isEmpty())
-            GTEST_FAIL() << corpus().problem.toStdString();
-        ASSERT_GT(corpus().tokens.size(), 1000);
-    }
-};
-
-} // namespace
-
-TEST_F(RParserAgreement, TokenSpansAndKindsAgreeWithGetParseData)
+// Where R's tokens differ from the tokenizer's, tallying the deliberate differences.
+QStringList tokenDifferences(const Corpus &c, std::map<QString, int> &deliberate)
 {
-    const Corpus &c = corpus();
     QList<RToken> mine = RTokenizer::tokenize(c.text);
     // Roxygen comes in pieces; R sees one comment.
     QList<RToken> merged;
@@ -291,7 +332,6 @@ TEST_F(RParserAgreement, TokenSpansAndKindsAgreeWithGetParseData)
 
     std::vector<bool> matched(size_t(merged.size()), false);
     QStringList differences;
-    std::map<QString, int> deliberate;
     for (const RToken2 &r : c.tokens) {
         const qsizetype from = offsetOf(c, r.line1, r.col1, false);
         const qsizetype to = offsetOf(c, r.line2, r.col2, true);
@@ -349,39 +389,206 @@ TEST_F(RParserAgreement, TokenSpansAndKindsAgreeWithGetParseData)
                                .arg(t.location);
         }
     }
-    for (const auto &[what, count] : deliberate)
-        std::printf("deliberate: %s x %d\n", qPrintable(what), count);
-    std::printf("R tokens compared: %lld\n", static_cast<long long>(c.tokens.size()));
-    EXPECT_TRUE(differences.isEmpty()) << differences.size() << " differences, first ones:\n"
-                                       << differences.mid(0, 30).join(u'\n').toStdString();
+    return differences;
 }
 
-TEST_F(RParserAgreement, StatementsSpanRsTopLevelExpressions)
+using Span = std::pair<int, int>;
+
+// Where R's statement is (0-based lines) as Run Line must send it from each line: the top-level
+// expression, or the statement inside braces that has its lines to itself; nothing for lines
+// between statements. Deliberate: statements that share a line (`a; b`) are one, since Run Line
+// sends whole lines.
+QList<std::optional<Span>> rStatements(const Corpus &c)
 {
-    const Corpus &c = corpus();
-    const RSourceSnapshot snapshot(c.text, RSourceLanguage::r);
-    // Deliberate: expressions that share a line (`a; b`) form one statement, since a statement is
-    // made of whole lines.
-    QList<std::pair<int, int>> groups;
-    for (const auto &e : c.expressions) {
-        if (!groups.isEmpty() && e.first <= groups.last().second)
-            groups.last().second = qMax(groups.last().second, e.second);
-        else
-            groups.append(e);
+    const qsizetype lineCount = c.lineStarts.size();
+    QList<std::optional<Span>> out(lineCount);
+    // R's tokens start in text order; `firstOn[l]` is the first that starts on line l or later.
+    QList<qsizetype> firstOn(lineCount + 2, c.tokens.size());
+    for (qsizetype i = c.tokens.size() - 1; i >= 0; --i)
+        firstOn[qBound(0, c.tokens[i].line1, int(lineCount) + 1)] = i;
+    for (qsizetype l = lineCount; l >= 0; --l)
+        firstOn[l] = qMin(firstOn[l], firstOn[l + 1]);
+    std::vector<bool> covered(size_t(lineCount + 2), false);
+    for (const RToken2 &t : c.tokens) {
+        if (t.token == u"COMMENT")
+            continue;
+        for (int l = t.line1; l <= t.line2 && l <= lineCount; ++l)
+            covered[size_t(l)] = true;
     }
+    const auto before = [](int l1, int c1, int l2, int c2) { return l1 < l2 || (l1 == l2 && c1 < c2); };
+    struct Group {
+        int line1, col1, line2, col2;
+    };
+    const auto merge = [](QList<Group> &groups, const Group &g) {
+        if (!groups.isEmpty() && g.line1 <= groups.last().line2) {
+            Group &last = groups.last();
+            if (g.line2 > last.line2 || (g.line2 == last.line2 && g.col2 > last.col2)) {
+                last.line2 = g.line2;
+                last.col2 = g.col2;
+            }
+        } else {
+            groups.append(g);
+        }
+    };
+    QList<Group> top;
+    for (const auto &[first, last] : c.expressions)
+        merge(top, {first, 0, last, 0});
+    for (const Group &g : top) {
+        for (int l = g.line1; l <= g.line2; ++l)
+            out[l - 1] = Span{g.line1 - 1, g.line2 - 1};
+    }
+    std::map<int, QList<Group>> byBraces;
+    for (const RBlockStatement &b : c.blocks)
+        merge(byBraces[b.parent], {b.line1, b.col1, b.line2, b.col2});
+    QList<Group> own;
+    for (const auto &[parent, groups] : byBraces) {
+        for (const Group &g : groups) {
+            bool alone = true;
+            const qsizetype from = firstOn[g.line1];
+            if (from > 0 && c.tokens[from - 1].token != u"COMMENT" && c.tokens[from - 1].line2 >= g.line1)
+                alone = false;
+            for (qsizetype i = from; alone && i < c.tokens.size() && c.tokens[i].line1 <= g.line2; ++i) {
+                const RToken2 &t = c.tokens[i];
+                // A `;` after a statement is no statement of its own.
+                alone =
+                    t.token == u"COMMENT" || t.token == u"';'" ||
+                    (!before(t.line1, t.col1, g.line1, g.col1) && !before(g.line2, g.col2, t.line2, t.col2));
+            }
+            if (alone)
+                own.append(g);
+        }
+    }
+    // Inner statements overwrite the ones around them.
+    std::sort(own.begin(), own.end(),
+              [](const Group &a, const Group &b) { return a.line2 - a.line1 > b.line2 - b.line1; });
+    for (const Group &g : own) {
+        for (int l = g.line1; l <= g.line2; ++l)
+            out[l - 1] = Span{g.line1 - 1, g.line2 - 1};
+    }
+    // A blank or comment line counts when the code around it is of the same statement, and not at the
+    // start or end of a block, where Run Line has nothing to send.
+    for (int l = 1; l <= lineCount; ++l) {
+        if (covered[size_t(l)])
+            continue;
+        qsizetype previous = firstOn[l] - 1, next = firstOn[l];
+        while (previous >= 0 && c.tokens[previous].token == u"COMMENT")
+            --previous;
+        while (next < c.tokens.size() && c.tokens[next].token == u"COMMENT")
+            ++next;
+        const bool inside = previous >= 0 && next < c.tokens.size() && out[l - 1] &&
+                            out[c.tokens[previous].line2 - 1] == out[l - 1] &&
+                            out[c.tokens[next].line1 - 1] == out[l - 1] &&
+                            c.tokens[previous].token != u"'{'" && c.tokens[next].token != u"'}'";
+        if (!inside)
+            out[l - 1].reset();
+    }
+    return out;
+}
+
+// Lines where Run Line's statement differs from R's; `compared` counts the lines asked.
+QStringList statementDifferences(const Corpus &c, qsizetype &compared)
+{
+    const RSourceSnapshot snapshot(c.text, RSourceLanguage::r);
+    const QList<std::optional<Span>> expected = rStatements(c);
     QStringList differences;
-    for (const auto &[first, last] : groups) {
-        const RTextSpan span = RSyntax::statementRange(snapshot, first - 1);
-        if (span.firstLine != first - 1 || span.lastLine != last - 1)
-            differences << u"lines %1-%2 gave %3-%4: %5"_qs.arg(first)
-                               .arg(last)
+    compared = 0;
+    for (qsizetype line = 0; line < expected.size() && line < snapshot.lineCount(); ++line) {
+        if (!expected[line])
+            continue;
+        ++compared;
+        const RTextSpan span = RSyntax::statementRange(snapshot, line);
+        const auto [first, last] = *expected[line];
+        if (span.firstLine != first || span.lastLine != last)
+            differences << u"line %1 in %2-%3 gave %4-%5: %6"_qs.arg(line + 1)
+                               .arg(first + 1)
+                               .arg(last + 1)
                                .arg(span.firstLine + 1)
                                .arg(span.lastLine + 1)
-                               .arg(snapshot.lineText(first - 1).left(60));
+                               .arg(snapshot.lineText(line).left(60));
     }
-    std::printf("statements compared: %lld\n", static_cast<long long>(groups.size()));
+    return differences;
+}
+
+class RParserAgreement : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!corpus().problem.isEmpty())
+            GTEST_FAIL() << corpus().problem.toStdString();
+        ASSERT_GT(corpus().tokens.size(), 1000);
+        ASSERT_GT(corpora().second.tokens.size(), 1000) << corpora().second.problem.toStdString();
+    }
+};
+
+} // namespace
+
+TEST_F(RParserAgreement, TokenSpansAndKindsAgreeWithGetParseData)
+{
+    for (const Corpus *c : {&corpora().first, &corpora().second}) {
+        std::map<QString, int> deliberate;
+        const QStringList differences = tokenDifferences(*c, deliberate);
+        const char *name = c == &corpus() ? "" : " (CRLF)";
+        for (const auto &[what, count] : deliberate)
+            std::printf("deliberate%s: %s x %d\n", name, qPrintable(what), count);
+        std::printf("R tokens compared%s: %lld\n", name, static_cast<long long>(c->tokens.size()));
+        EXPECT_TRUE(differences.isEmpty())
+            << differences.size() << " differences" << name << ", first ones:\n"
+            << differences.mid(0, 30).join(u'\n').toStdString();
+    }
+}
+
+TEST_F(RParserAgreement, RunLineFromEveryLineSendsRsWholeStatement)
+{
+    for (const Corpus *c : {&corpora().first, &corpora().second}) {
+        qsizetype compared = 0;
+        const QStringList differences = statementDifferences(*c, compared);
+        const char *name = c == &corpus() ? "" : " (CRLF)";
+        std::printf("lines compared%s: %lld\n", name, static_cast<long long>(compared));
+        EXPECT_GT(compared, c->expressions.size());
+        EXPECT_TRUE(differences.isEmpty())
+            << differences.size() << " differences" << name << ", first ones:\n"
+            << differences.mid(0, 30).join(u'\n').toStdString();
+    }
+}
+
+TEST(RParserAgreementShapes, ContinuationShapesSpanWhatRReads)
+{
+    const QList<RStatementShapes::Shape> shapes = RStatementShapes::shapes();
+    QTemporaryDir dir;
+    QStringList files;
+    for (qsizetype i = 0; i < shapes.size(); ++i)
+        files << TestSupport::writeFile(dir.path(), u"shape%1.R"_qs.arg(i), shapes[i].text().toUtf8());
+    const QString list = TestSupport::writeFile(dir.path(), u"files.txt"_qs, files.join(u'\n').toUtf8());
+    ASSERT_EQ(runCorpusScript(dir.path(), {u"1"_qs, u"0"_qs, u"0"_qs, list}), QString());
+    const Corpus c = loadCorpus(dir.path(), QString());
+    const QList<std::optional<Span>> fromR = rStatements(c);
+    qsizetype lineCount = 0;
+    for (const RStatementShapes::Shape &shape : shapes)
+        lineCount += shape.lines.size();
+    // Every shape parses, so R's corpus holds them all, one after the other.
+    ASSERT_EQ(c.lineStarts.size(), lineCount + 1);
+    QStringList differences;
+    qsizetype at = 0;
+    for (const RStatementShapes::Shape &shape : shapes) {
+        for (int line = 0; line < shape.lines.size(); ++line) {
+            const Span table{shape.spans[line].first + int(at), shape.spans[line].second + int(at)};
+            if (fromR[at + line] != table)
+                differences << u"R puts line %1 in %2-%3, the table in %4-%5 in\n%6"_qs.arg(line)
+                                   .arg(fromR[at + line] ? fromR[at + line]->first - at : -1)
+                                   .arg(fromR[at + line] ? fromR[at + line]->second - at : -1)
+                                   .arg(shape.spans[line].first)
+                                   .arg(shape.spans[line].second)
+                                   .arg(shape.text());
+        }
+        at += shape.lines.size();
+    }
     EXPECT_TRUE(differences.isEmpty()) << differences.size() << " differences, first ones:\n"
-                                       << differences.mid(0, 30).join(u'\n').toStdString();
+                                       << differences.mid(0, 10).join(u'\n').toStdString();
+    qsizetype compared = 0;
+    const QStringList mine = statementDifferences(c, compared);
+    EXPECT_EQ(compared, lineCount);
+    EXPECT_TRUE(mine.isEmpty()) << mine.size() << " differences, first ones:\n"
+                                << mine.mid(0, 10).join(u'\n').toStdString();
 }
 
 TEST_F(RParserAgreement, ConsoleCompletenessAgreesWithRsParser)
