@@ -2,58 +2,39 @@
 
 #include "SerialQueue.h"
 
-#include <cerrno>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
-// What other threads hand to the connection: a finished response or a shutdown request. The eventfd
-// wakes the connection's poll; it lives as long as a completion may still hold the mailbox.
+// What other threads hand to the connection: a finished response or a shutdown request. It holds the
+// transport for its wake-ups, as long as a completion may still hold the mailbox.
 struct HTTPConnection::Mailbox {
     std::mutex mutex;
     std::optional<HTTPResponse> response;
     quint64 serial = 0; // the request the response answers
     bool shutDown = false;
-    int wakeFd = -1;
-    // The connection's own thread. A completion that runs there runs inside dispatch(), which
-    // looks into the mailbox right after, so it needs no wake-up.
+    std::shared_ptr<HTTPTransport> transport;
+    // A completion that runs on the connection's own thread inside the handler needs no wake-up:
+    // dispatch() looks into the mailbox right after. Both are touched on that thread only.
     std::thread::id owner;
-
-    Mailbox() : wakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    ~Mailbox()
-    {
-        if (wakeFd >= 0)
-            ::close(wakeFd);
-    }
-    void wake() const
-    {
-        const uint64_t one = 1;
-        [[maybe_unused]] ssize_t n = ::write(wakeFd, &one, sizeof one);
-    }
-    void drain() const
-    {
-        uint64_t value;
-        [[maybe_unused]] ssize_t n = ::read(wakeFd, &value, sizeof value);
-    }
+    bool dispatching = false;
 };
 
 namespace {
 constexpr qsizetype receiveChunk = 256 * 1024;
 }
 
-HTTPConnection::HTTPConnection(int fd, qint64 maxBodyBytes, Handler handler,
+HTTPConnection::HTTPConnection(std::shared_ptr<HTTPTransport> transport, qint64 maxBodyBytes, Handler handler,
                                std::function<void(HTTPConnection *)> onClose)
-    : m_fd(fd), m_handler(std::move(handler)), m_onClose(std::move(onClose)), m_parser(maxBodyBytes),
-      m_mailbox(std::make_shared<Mailbox>())
+    : m_transport(std::move(transport)), m_handler(std::move(handler)), m_onClose(std::move(onClose)),
+      m_parser(maxBodyBytes), m_mailbox(std::make_shared<Mailbox>())
 {
+    m_mailbox->transport = m_transport;
 }
 
 HTTPConnection::~HTTPConnection()
 {
-    if (m_fd >= 0)
-        ::close(m_fd);
+    // A completion may keep the transport alive; the peer should not wait for it.
+    if (!m_closed)
+        m_transport->close();
 }
 
 void HTTPConnection::shutDown()
@@ -62,7 +43,7 @@ void HTTPConnection::shutDown()
         std::lock_guard lock(m_mailbox->mutex);
         m_mailbox->shutDown = true;
     }
-    m_mailbox->wake();
+    m_mailbox->transport->wake();
 }
 
 bool HTTPConnection::wantsInput() const
@@ -78,32 +59,25 @@ void HTTPConnection::run()
 {
     setCurrentThreadName("vesk.mcp.connection");
     m_mailbox->owner = std::this_thread::get_id();
-    if (m_mailbox->wakeFd < 0) {
-        close();
-        return;
-    }
     while (!m_closed) {
-        // A socket left out of the poll (negative fd) is not read at all: that is the back-pressure.
-        pollfd fds[2] = {{m_mailbox->wakeFd, POLLIN, 0}, {wantsInput() ? m_fd : -1, POLLIN, 0}};
-        int timeout = -1;
-        if (m_lingerUntil) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                *m_lingerUntil - std::chrono::steady_clock::now());
-            timeout = int(qMax<qint64>(0, left.count()));
-        }
-        const int ready = ::poll(fds, 2, timeout);
-        if (ready < 0 && errno != EINTR) {
+        std::optional<std::chrono::milliseconds> timeout;
+        if (m_lingerUntil)
+            timeout = std::chrono::duration_cast<std::chrono::milliseconds>(*m_lingerUntil -
+                                                                            std::chrono::steady_clock::now());
+        const HTTPTransport::Readiness ready = m_transport->wait(wantsInput(), timeout);
+        if (ready.failed) {
             close();
             break;
         }
-        if (fds[0].revents) {
-            m_mailbox->drain();
+        if (ready.woken)
             takeMail();
-        }
-        if (!m_closed && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)))
+        if (!m_closed && ready.input)
             receive();
-        if (!m_closed && m_lingerUntil && std::chrono::steady_clock::now() >= *m_lingerUntil)
+        if (!m_closed && m_lingerUntil &&
+            (ready.timedOut || std::chrono::steady_clock::now() >= *m_lingerUntil))
             close();
+        // Requests that wait in the buffer are served here, once the previous answer has gone out.
+        process();
     }
 }
 
@@ -130,10 +104,10 @@ void HTTPConnection::receive()
 {
     if (m_readBuffer.size() != receiveChunk)
         m_readBuffer.resize(receiveChunk);
-    const ssize_t n = ::recv(m_fd, m_readBuffer.data(), size_t(m_readBuffer.size()), 0);
-    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
+    const qsizetype n = m_transport->read(m_readBuffer.data(), m_readBuffer.size());
+    if (n < 0)
         return;
-    if (n <= 0)
+    if (n == 0)
         m_peerClosed = true;
     if (m_closing) {
         // After the final response input is read and dropped; the peer's close ends the linger.
@@ -143,7 +117,6 @@ void HTTPConnection::receive()
     }
     if (n > 0)
         m_parser.append(QByteArrayView(m_readBuffer.constData(), n));
-    process();
 }
 
 void HTTPConnection::process()
@@ -157,13 +130,14 @@ void HTTPConnection::process()
         }
         if (auto *request = std::get_if<HTTPRequest>(&next)) {
             dispatch(std::move(*request));
-            // A handler that answered at once leaves its response in the mailbox.
+            // A handler that answered at once left its response in the mailbox; it is written here,
+            // and the loop goes on to the next request.
             takeMail();
             continue;
         }
         if (m_parser.continuePending()) {
             m_parser.clearContinuePending();
-            if (!sendAll(HTTPResponse::continueLine())) {
+            if (!send(HTTPResponse::continueLine())) {
                 close();
                 return;
             }
@@ -185,6 +159,7 @@ void HTTPConnection::dispatch(HTTPRequest request)
     m_inFlight.emplace();
     m_current = request;
     std::weak_ptr<Mailbox> weakMailbox = m_mailbox;
+    m_mailbox->dispatching = true;
     m_handler(std::move(request), m_inFlight->get_token(), [weakMailbox, serial](HTTPResponse response) {
         const std::shared_ptr<Mailbox> mailbox = weakMailbox.lock();
         if (!mailbox)
@@ -194,9 +169,10 @@ void HTTPConnection::dispatch(HTTPRequest request)
             mailbox->response = std::move(response);
             mailbox->serial = serial;
         }
-        if (std::this_thread::get_id() != mailbox->owner)
-            mailbox->wake();
+        if (std::this_thread::get_id() != mailbox->owner || !mailbox->dispatching)
+            mailbox->transport->wake();
     });
+    m_mailbox->dispatching = false;
 }
 
 void HTTPConnection::finish(HTTPResponse response)
@@ -218,43 +194,17 @@ void HTTPConnection::finish(HTTPResponse response)
         sendFinal(bytes);
         return;
     }
-    if (!sendAll(bytes)) {
+    if (!send(bytes))
         close();
-        return;
-    }
-    process(); // a pipelined request may be waiting in the buffer
 }
 
-bool HTTPConnection::sendAll(QByteArrayView bytes)
+bool HTTPConnection::send(QByteArrayView bytes)
 {
-    qsizetype sent = 0;
-    while (sent < bytes.size()) {
-        const ssize_t n = ::send(m_fd, bytes.data() + sent, size_t(bytes.size() - sent), MSG_NOSIGNAL);
-        if (n > 0) {
-            sent += n;
-            continue;
-        }
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            // A client that does not read blocks only its own connection, and a shutdown still gets in.
-            pollfd fds[2] = {{m_mailbox->wakeFd, POLLIN, 0}, {m_fd, POLLOUT, 0}};
-            if (::poll(fds, 2, -1) < 0 && errno != EINTR)
-                return false;
-            if (fds[0].revents) {
-                // Nothing but a shutdown can be owed while no request is at the handler.
-                m_mailbox->drain();
-                std::lock_guard lock(m_mailbox->mutex);
-                if (m_mailbox->shutDown)
-                    return false;
-            }
-            if (fds[1].revents & (POLLERR | POLLHUP | POLLNVAL))
-                return false;
-            continue;
-        }
-        return false;
-    }
-    return true;
+    // Nothing but a shutdown can be owed while no request is at the handler, which is when this runs.
+    return m_transport->write(bytes, [this] {
+        std::lock_guard lock(m_mailbox->mutex);
+        return m_mailbox->shutDown;
+    });
 }
 
 void HTTPConnection::sendFinal(const QByteArray &bytes)
@@ -262,11 +212,11 @@ void HTTPConnection::sendFinal(const QByteArray &bytes)
     if (m_closing || m_closed)
         return;
     m_closing = true;
-    if (!sendAll(bytes) || m_peerClosed) {
+    if (!send(bytes) || m_peerClosed) {
         close();
         return;
     }
-    ::shutdown(m_fd, SHUT_WR);
+    m_transport->shutdownWrite();
     m_lingerUntil = std::chrono::steady_clock::now() + lingerTime;
 }
 
@@ -277,9 +227,7 @@ void HTTPConnection::close()
     m_closing = true;
     m_closed = true;
     m_inFlight.reset(); // dropped, not cancelled: a shutdown is not the client going away
-    ::shutdown(m_fd, SHUT_RDWR);
-    ::close(m_fd);
-    m_fd = -1;
+    m_transport->close();
     if (m_onClose)
         m_onClose(this);
 }

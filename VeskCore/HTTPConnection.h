@@ -1,10 +1,12 @@
-// One accepted socket of the loopback HTTP server, served strictly one request at a time on its own
+// One connection of the loopback HTTP server, served strictly one request at a time on its own
 // thread: parse, hand the request to the handler, write the answer, and keep reading only as far as
-// the back-pressure limit allows.
+// the back-pressure limit allows. Pipelined requests are taken by a loop, never by recursion, so no
+// number of them can exhaust the thread's stack.
 #pragma once
 
 #include "HTTPRequestParser.h"
 #include "HTTPResponse.h"
+#include "HTTPTransport.h"
 
 #include <chrono>
 #include <functional>
@@ -24,8 +26,7 @@ public:
     static constexpr qsizetype maxReadAhead = 1 << 20;
     static constexpr std::chrono::milliseconds lingerTime{2000};
 
-    // Takes ownership of the socket `fd`.
-    HTTPConnection(int fd, qint64 maxBodyBytes, Handler handler,
+    HTTPConnection(std::shared_ptr<HTTPTransport> transport, qint64 maxBodyBytes, Handler handler,
                    std::function<void(HTTPConnection *)> onClose);
     ~HTTPConnection();
     HTTPConnection(const HTTPConnection &) = delete;
@@ -43,13 +44,13 @@ private:
     void process();
     void dispatch(HTTPRequest request);
     void finish(HTTPResponse response);
-    bool sendAll(QByteArrayView bytes);
+    bool send(QByteArrayView bytes);
     void sendFinal(const QByteArray &bytes);
     void close();
     bool wantsInput() const;
     void takeMail();
 
-    int m_fd;
+    std::shared_ptr<HTTPTransport> m_transport;
     Handler m_handler;
     std::function<void(HTTPConnection *)> m_onClose;
     HTTPRequestParser m_parser;

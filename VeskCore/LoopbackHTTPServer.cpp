@@ -1,31 +1,109 @@
 #include "LoopbackHTTPServer.h"
 
 #include "SerialQueue.h"
+#include "SocketTransport.h"
 
 #include <QString>
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <limits.h>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
+
+namespace {
+
+// A connection's thread: joinable like std::thread, but with a stack size of our choosing, and a
+// failure to create it is an error code rather than an exception.
+class ServingThread {
+public:
+    ServingThread() = default;
+    ServingThread(ServingThread &&other) noexcept
+        : m_id(other.m_id), m_joinable(std::exchange(other.m_joinable, false))
+    {
+    }
+    ServingThread &operator=(ServingThread &&other) noexcept
+    {
+        if (this != &other) {
+            detach();
+            m_id = other.m_id;
+            m_joinable = std::exchange(other.m_joinable, false);
+        }
+        return *this;
+    }
+    ~ServingThread() { detach(); }
+
+    // 0, or the error of pthread_create (EAGAIN when there is no room for another thread).
+    int start(std::size_t stackBytes, std::function<void()> body)
+    {
+        pthread_attr_t attributes;
+        if (const int error = pthread_attr_init(&attributes))
+            return error;
+        int error =
+            stackBytes
+                ? pthread_attr_setstacksize(&attributes, std::max<std::size_t>(stackBytes, PTHREAD_STACK_MIN))
+                : 0;
+        auto *task = new std::function<void()>(std::move(body));
+        if (!error)
+            error = pthread_create(
+                &m_id, &attributes,
+                [](void *argument) -> void * {
+                    const std::unique_ptr<std::function<void()>> body(
+                        static_cast<std::function<void()> *>(argument));
+                    (*body)();
+                    return nullptr;
+                },
+                task);
+        pthread_attr_destroy(&attributes);
+        if (error)
+            delete task;
+        m_joinable = !error;
+        return error;
+    }
+    bool isCurrent() const { return m_joinable && pthread_equal(m_id, pthread_self()); }
+    void join()
+    {
+        if (std::exchange(m_joinable, false))
+            pthread_join(m_id, nullptr);
+    }
+    void detach()
+    {
+        if (std::exchange(m_joinable, false))
+            pthread_detach(m_id);
+    }
+
+private:
+    pthread_t m_id{};
+    bool m_joinable = false;
+};
+
+} // namespace
 
 struct LoopbackHTTPServer::State : std::enable_shared_from_this<State> {
     struct Entry {
         std::shared_ptr<HTTPConnection> connection;
-        std::thread thread;
+        ServingThread thread;
     };
 
     qint64 maxBodyBytes = 0;
     Handler handler;
+    std::atomic<std::size_t> stackBytes{0};
 
     // The lock guards exactly these; no socket call is made under it.
     mutable std::mutex mutex;
@@ -35,7 +113,7 @@ struct LoopbackHTTPServer::State : std::enable_shared_from_this<State> {
     bool stopped = false;
     std::thread listener;
     std::map<HTTPConnection *, Entry> connections;
-    std::vector<std::thread> finished; // threads of closed connections, joined by the listener or stop()
+    std::vector<ServingThread> finished; // threads of closed connections, joined by the listener or stop()
 
     void listen(int fd, int wake);
     void accept(int fd);
@@ -56,6 +134,14 @@ void joinOrDetach(std::thread &thread)
         return;
     // A handler that stops the server from a connection's own thread cannot wait for itself.
     if (thread.get_id() == std::this_thread::get_id())
+        thread.detach();
+    else
+        thread.join();
+}
+
+void joinOrDetach(ServingThread &thread)
+{
+    if (thread.isCurrent())
         thread.detach();
     else
         thread.join();
@@ -118,7 +204,15 @@ std::variant<quint16, MCPServerError> LoopbackHTTPServer::start(quint16 port)
     m_state->started = true;
     m_state->listenFd = fd;
     m_state->wakeFd = wake;
-    m_state->listener = std::thread([state = m_state, fd, wake] { state->listen(fd, wake); });
+    try {
+        m_state->listener = std::thread([state = m_state, fd, wake] { state->listen(fd, wake); });
+    } catch (const std::system_error &e) {
+        m_state->listenFd = -1;
+        m_state->wakeFd = -1;
+        ::close(fd);
+        ::close(wake);
+        return MCPServerError::listenFailed(errnoText(e.code().value()));
+    }
     return quint16(ntohs(address.sin_port));
 }
 
@@ -149,16 +243,22 @@ void LoopbackHTTPServer::State::listen(int fd, int wake)
 void LoopbackHTTPServer::State::accept(int fd)
 {
     std::weak_ptr<State> weak = weak_from_this();
-    auto connection = std::make_shared<HTTPConnection>(fd, maxBodyBytes, handler, [weak](HTTPConnection *c) {
-        if (const auto state = weak.lock())
-            state->onClose(c);
-    });
+    auto connection = std::make_shared<HTTPConnection>(std::make_shared<SocketTransport>(fd), maxBodyBytes,
+                                                       handler, [weak](HTTPConnection *c) {
+                                                           if (const auto state = weak.lock())
+                                                               state->onClose(c);
+                                                       });
     std::lock_guard lock(mutex);
     if (stopped)
         return; // the connection's destructor closes the socket
+    // A connection that gets no thread (none left, or no room for its stack) is refused: dropping it
+    // closes the socket.
+    ServingThread thread;
+    if (thread.start(stackBytes, [connection] { connection->run(); }) != 0)
+        return;
     Entry &entry = connections[connection.get()];
     entry.connection = connection;
-    entry.thread = std::thread([connection] { connection->run(); });
+    entry.thread = std::move(thread);
 }
 
 void LoopbackHTTPServer::State::onClose(HTTPConnection *connection)
@@ -173,12 +273,12 @@ void LoopbackHTTPServer::State::onClose(HTTPConnection *connection)
 
 void LoopbackHTTPServer::State::joinFinished()
 {
-    std::vector<std::thread> threads;
+    std::vector<ServingThread> threads;
     {
         std::lock_guard lock(mutex);
         threads.swap(finished);
     }
-    for (std::thread &thread : threads)
+    for (ServingThread &thread : threads)
         joinOrDetach(thread);
 }
 
@@ -216,4 +316,9 @@ int LoopbackHTTPServer::connectionCount() const
 {
     std::lock_guard lock(m_state->mutex);
     return int(m_state->connections.size());
+}
+
+void LoopbackHTTPServer::setConnectionStackSize(std::size_t bytes)
+{
+    m_state->stackBytes = bytes;
 }

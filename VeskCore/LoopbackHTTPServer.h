@@ -1,10 +1,12 @@
 // A minimal HTTP/1.1 server on 127.0.0.1 only: one listener thread accepts, each connection is served
 // on its own thread, and every finished request goes to the one handler. It knows nothing of MCP.
+// A connection whose thread cannot be made is closed at once; the server goes on.
 #pragma once
 
 #include "HTTPConnection.h"
 #include "MCPServerError.h"
 
+#include <cstddef>
 #include <memory>
 #include <variant>
 
@@ -24,6 +26,10 @@ public:
     void stop();
 
     int connectionCount() const;
+
+    // The stack size of the threads of connections accepted from now on; 0 (the default) is the
+    // system's. Connections need little: their requests are served by a loop.
+    void setConnectionStackSize(std::size_t bytes);
 
 private:
     struct State;

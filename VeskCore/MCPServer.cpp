@@ -206,13 +206,18 @@ bool MCPServer::isAuthorized(const QString &authorization, const QString &token)
 QString MCPServer::requestPath(const QString &target)
 {
     QStringView path = target;
-    if (const qsizetype scheme = path.indexOf(u"://"); scheme >= 0) {
-        path = path.sliced(scheme + 3);
-        qsizetype authorityEnd = 0;
-        while (authorityEnd < path.size() && path[authorityEnd] != u'/' && path[authorityEnd] != u'?' &&
-               path[authorityEnd] != u'#')
-            ++authorityEnd;
-        path = path.sliced(authorityEnd);
+    // Only a target that starts with "http://" or "https://" is in absolute form; a "://" anywhere
+    // else (in a query, or in a path segment) is part of an ordinary path.
+    for (const QStringView scheme : {u"http://", u"https://"}) {
+        if (path.startsWith(scheme, Qt::CaseInsensitive)) {
+            path = path.sliced(scheme.size());
+            qsizetype authorityEnd = 0;
+            while (authorityEnd < path.size() && path[authorityEnd] != u'/' && path[authorityEnd] != u'?' &&
+                   path[authorityEnd] != u'#')
+                ++authorityEnd;
+            path = path.sliced(authorityEnd);
+            break;
+        }
     }
     for (qsizetype i = 0; i < path.size(); ++i) {
         if (path[i] == u'?' || path[i] == u'#')

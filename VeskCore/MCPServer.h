@@ -34,7 +34,9 @@ public:
     // The checks in front of every request.
     static bool isLoopbackOrigin(const QString &origin);
     static bool isAuthorized(const QString &authorization, const QString &token);
-    // The path of a request target, also of one in absolute form, without query or fragment.
+    // The path of a request target, also of one in absolute form ("http://host:port/mcp"), without
+    // query or fragment. It is not percent-decoded: clients send the URL they were given, so "/%6Dcp"
+    // is not "/mcp".
     static QString requestPath(const QString &target);
 
     // A new name goes last in tools/list; a known name is replaced in its place.

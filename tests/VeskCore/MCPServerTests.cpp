@@ -15,6 +15,7 @@
 #include <ifaddrs.h>
 
 #include <future>
+#include <thread>
 
 namespace {
 
@@ -106,7 +107,7 @@ void expectRefusal(const Reply &r, int status, int code, const QString &message)
 
 } // namespace
 
-TEST(MCPServerChecks, TokensOriginsAndPaths)
+TEST(MCPServerChecks, TokensAndOrigins)
 {
     const QString token = MCPServer::makeToken();
     EXPECT_TRUE(QRegularExpression(QStringLiteral("^[0-9a-f]{64}$")).match(token).hasMatch());
@@ -128,10 +129,6 @@ TEST(MCPServerChecks, TokensOriginsAndPaths)
                             "http://localhost/app", "file://localhost", "ws://localhost", "http://127.0.0.2",
                             "http://localhost.example.com", ""})
         EXPECT_FALSE(MCPServer::isLoopbackOrigin(QString::fromLatin1(bad))) << bad;
-
-    EXPECT_EQ(MCPServer::requestPath(QStringLiteral("/mcp?x=1#f")), u"/mcp");
-    EXPECT_EQ(MCPServer::requestPath(QStringLiteral("http://127.0.0.1:9/mcp/?q")), u"/mcp/");
-    EXPECT_EQ(MCPServer::requestPath(QStringLiteral("http://host")), u"");
 }
 
 TEST_F(MCPServerTest, RefusalsComeInOrder)
@@ -165,6 +162,50 @@ TEST_F(MCPServerTest, RefusalsComeInOrder)
             send("POST", "/mcp/?trace=1", rpc(7, QStringLiteral("ping")).serialized(), {origin, lowerAuth});
         EXPECT_EQ(r.status, 200);
         EXPECT_EQ(r.json(), json(R"({"jsonrpc":"2.0","id":7,"result":{}})"));
+    }
+}
+
+TEST_F(MCPServerTest, OnlyThePathOfTheTargetLeadsToMCP)
+{
+    // Without the token a target that leads to MCP is refused by the token check, any other by the
+    // path check before it; with the token the first kind is served. Targets are not percent-decoded.
+    struct Case {
+        QByteArray target;
+        bool mcp;
+    };
+    const QList<Case> cases{
+        {"/mcp", true},
+        {"/mcp/", true},
+        {"/mcp?x=1", true},
+        {"/mcp#f", true},
+        {"/mcp?next=http://x/other", true},
+        {"http://127.0.0.1:" + QByteArray::number(port) + "/mcp", true},
+        {"HTTP://127.0.0.1/mcp?q", true},
+        {"https://[::1]:1/mcp/", true},
+        {"/other", false},
+        {"/other?next=http://x/mcp", false},
+        {"/a://b/mcp", false},
+        {"/x#http://y/mcp", false},
+        {"a://b/mcp", false},
+        {"ftp://x/mcp", false},
+        {"http://x/other", false},
+        {"http://x?/mcp", false},
+        {"http://x", false},
+        {"mcp", false},
+        {"*", false},
+        {"//mcp", false},
+        {"/MCP", false},
+        {"/mcpx", false},
+        {"/%6Dcp", false},
+        {"/mcp%2F", false},
+    };
+    const QByteArray ping = rpc(1, QStringLiteral("ping")).serialized();
+    Client client(port);
+    for (const Case &c : cases) {
+        client.send(request("POST", c.target, ping, {}));
+        EXPECT_EQ(client.read().status, c.mcp ? 401 : 404) << c.target.constData();
+        client.send(request("POST", c.target, ping, {auth}));
+        EXPECT_EQ(client.read().status, c.mcp ? 200 : 404) << c.target.constData();
     }
 }
 
@@ -432,6 +473,97 @@ TEST_F(MCPServerTest, KeepAlivePipeliningAndClose)
     EXPECT_EQ(headReply.status, 405);
     EXPECT_GT(headReply.header("content-length").toInt(), 0);
     EXPECT_EQ(head.read().json()[u"id"].intValue(), 3);
+}
+
+namespace {
+
+// Sends `first`, a request answered with 200 only after a while, and behind it `count` small requests
+// at once on one connection, then checks every answer in order. The small ones are refused with 404 or
+// 401 (answered before any JSON is read), with a ping every thousandth whose id is its number. While
+// the first is at its handler the server reads ahead, so the rest are waiting in its buffer when the
+// answer comes. The requests go from another thread, since the server stops reading while the client
+// does not take its answers.
+void expectPipelinedAnswers(quint16 port, const QByteArray &first, const QByteArray &auth, int count)
+{
+    auto expectedStatus = [](int i) { return i % 1000 == 999 ? 200 : i % 2 ? 401 : 404; };
+    QByteArray requests = first;
+    for (int i = 0; i < count; ++i) {
+        const int status = expectedStatus(i);
+        requests += status == 200
+                        ? request("POST", "/mcp", rpc(i, QStringLiteral("ping")).serialized(), {auth})
+                    : status == 401 ? QByteArray("A /mcp HTTP/1.1\n\n")
+                                    : QByteArray("A / HTTP/1.1\n\n");
+    }
+    Client client(port);
+    std::thread sender([&] { client.send(requests); });
+    EXPECT_EQ(client.read().status, 200);
+    int inOrder = 0;
+    for (int i = 0; i < count; ++i) {
+        const Reply r = client.read();
+        if (r.status != expectedStatus(i) || (r.status == 200 && r.json()[u"id"].intValue() != i)) {
+            ADD_FAILURE() << "answer " << i << ": status " << r.status << ", " << r.body.toStdString();
+            client.shutdownWrite(); // a send still blocked on the server ends
+            break;
+        }
+        ++inOrder;
+    }
+    sender.join();
+    EXPECT_EQ(inOrder, count);
+}
+
+} // namespace
+
+TEST_F(MCPServerTest, ManyPipelinedRequestsAreAnsweredInOrder)
+{
+    const QByteArray slow = request(
+        "POST", "/mcp",
+        call(0, QStringLiteral("slow"), JSONValue{{QStringLiteral("seconds"), 0.3}}).serialized(), {auth});
+    expectPipelinedAnswers(port, slow, auth, 100000);
+}
+
+TEST(LoopbackHTTPServer, ServesPipelinedRequestsOnASmallStack)
+{
+    MCPServer mcp(QStringLiteral("n"), QStringLiteral("v"), std::nullopt, QStringLiteral("t"));
+    std::thread later;
+    LoopbackHTTPServer http(MCPServer::maxRequestBodyBytes,
+                            [&](HTTPRequest request, std::stop_token stop, HTTPConnection::Completion done) {
+                                if (request.target != u"/later")
+                                    return mcp.respond(std::move(request), std::move(stop), std::move(done));
+                                later = std::thread([done] {
+                                    std::this_thread::sleep_for(200ms);
+                                    done(HTTPResponse::plainText(200, QStringLiteral("later")));
+                                });
+                            });
+    http.setConnectionStackSize(512 * 1024);
+    const auto port = http.start(0);
+    ASSERT_TRUE(std::holds_alternative<quint16>(port));
+    expectPipelinedAnswers(std::get<quint16>(port), "GET /later HTTP/1.1\r\n\r\n", "Authorization: Bearer t",
+                           1000);
+    later.join();
+}
+
+TEST(LoopbackHTTPServer, RefusesAConnectionItCannotMakeAThreadFor)
+{
+    LoopbackHTTPServer server(100, [](HTTPRequest, std::stop_token, HTTPConnection::Completion done) {
+        done(HTTPResponse::plainText(200, QStringLiteral("ok")));
+    });
+    const auto port = server.start(0);
+    ASSERT_TRUE(std::holds_alternative<quint16>(port));
+
+    // A stack larger than the address space: creating the thread fails as when threads run out.
+    server.setConnectionStackSize(std::size_t(1) << 50);
+    Client refused(std::get<quint16>(port));
+    refused.send("GET / HTTP/1.1\r\n\r\n");
+    QByteArray answer;
+    EXPECT_TRUE(refused.closedWithin(3s, &answer));
+    EXPECT_TRUE(answer.isEmpty()) << answer.toStdString();
+    EXPECT_EQ(server.connectionCount(), 0);
+
+    server.setConnectionStackSize(0);
+    Client served(std::get<quint16>(port));
+    served.send("GET / HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(served.read().body, "ok");
+    EXPECT_EQ(server.connectionCount(), 1);
 }
 
 TEST(LoopbackHTTPServer, StartAndStop)
