@@ -15,11 +15,11 @@
 TEST(MCPConformance, OfficialClientSDKWalk)
 {
     const QString node = QStandardPaths::findExecutable(QStringLiteral("node"));
-    if (node.isEmpty())
-        GTEST_SKIP() << "node is not installed; scripts/setup.sh installs it";
-    if (!QFileInfo::exists(
-            TestSupport::sourcePath(QStringLiteral("tests/mcp/node_modules/@modelcontextprotocol/sdk"))))
-        GTEST_SKIP() << "tests/mcp/node_modules is missing; run: npm ci --prefix tests/mcp";
+    // Both are installed wherever the tests run (scripts/setup.sh), so a missing one is a failure.
+    ASSERT_FALSE(node.isEmpty()) << "node is not installed; scripts/setup.sh installs it";
+    ASSERT_TRUE(QFileInfo::exists(
+        TestSupport::sourcePath(QStringLiteral("tests/mcp/node_modules/@modelcontextprotocol/sdk"))))
+        << "tests/mcp/node_modules is missing; run: npm ci --prefix tests/mcp";
 
     MCPDemoTools tools;
     MCPServer server(QStringLiteral("vesk-conformance-server"), QStringLiteral("0.1.0"),
