@@ -191,11 +191,15 @@ int main(int argc, char **argv)
     sdk.start(node, {mcpDir + QStringLiteral("/sdk-echo-server.mjs")});
     quint16 port = 0;
     if (sdk.waitForStarted(10000)) {
+        // Node may take more than a second to start on a loaded machine: only its exit ends the wait.
         const auto until = Clock::now() + std::chrono::seconds(20);
-        while (!port && Clock::now() < until && sdk.waitForReadyRead(1000)) {
-            const QByteArray line = sdk.readLine().trimmed();
-            if (line.startsWith("listening "))
-                port = quint16(line.mid(10).toUInt());
+        while (!port && Clock::now() < until && sdk.state() == QProcess::Running) {
+            sdk.waitForReadyRead(1000);
+            while (!port && sdk.canReadLine()) {
+                const QByteArray line = sdk.readLine().trimmed();
+                if (line.startsWith("listening "))
+                    port = quint16(line.mid(10).toUInt());
+            }
         }
     }
     Target target{port, {"Accept: application/json, text/event-stream"}};
