@@ -342,7 +342,8 @@ local({
     evalTop <- function(expr, envir) eval(expr, envir)
     # Printing dispatches from the global environment, as the console does: S3 methods that the
     # user defines there are found (from the kernel's own environment they would not be).
-    printTop <- function(value) if (isS4(value)) methods::show(value) else print(value)
+    # Named as R's own auto-printing names it: an error in a print method shows `print.cls(x)`.
+    printTop <- function(x) if (isS4(x)) methods::show(x) else print(x)
     environment(printTop) <- globalenv()
 
     # Evaluates one top-level expression with the console's auto-printing; FALSE stops the run.
@@ -369,8 +370,12 @@ local({
         # the stack has unwound, without a traceback.
         if (!isTRUE(status$errorSent)) {
           original <- if (is.null(status$condition)) cond else status$condition
-          send("error", text = conditionMessage(original), call = callText(userCall(conditionCall(original))),
-               parse = FALSE, traceback = list())
+          reported <- tryCatch({
+            send("error", text = messageText(original), call = conditionCallText(original),
+                 parse = FALSE, traceback = list())
+            TRUE
+          }, error = function(e) FALSE)
+          if (!reported) send("error", text = "The error could not be reported.", parse = FALSE, traceback = list())
         }
         status$errorSent <- FALSE
       })
@@ -392,7 +397,7 @@ local({
     # ---- Conditions and tracebacks ----------------------------------------------------------------
 
     onMessage <- function(cond) {
-      send("message", text = conditionMessage(cond))
+      send("message", text = messageText(cond))
       invokeRestart("muffleMessage")
     }
 
@@ -403,8 +408,8 @@ local({
       limit <- suppressWarnings(as.integer(getOption("nwarnings", 50L)))
       if (length(limit) != 1L || is.na(limit)) limit <- 50L
       if (length(runWarnings) >= limit) return()
-      call <- userCall(conditionCall(cond))
-      runWarnings[[length(runWarnings) + 1L]] <<- list(message = conditionMessage(cond), call = call)
+      call <- tryCatch(userCall(conditionCall(cond)), error = function(e) NULL)
+      runWarnings[[length(runWarnings) + 1L]] <<- list(message = messageText(cond), call = call)
     }
     # The base environment takes no new binding from R code: R's own deferred warnings set it. The
     # warnings go through R's default handler and are printed to a null sink.
@@ -430,7 +435,7 @@ local({
       # warn >= 2: R turns it into an error once this handler returns.
       if (level >= 2L) return()
       if (level >= 0L) {
-        send("warning", text = conditionMessage(cond), call = callText(userCall(conditionCall(cond))))
+        send("warning", text = messageText(cond), call = conditionCallText(cond))
         noteWarning(cond)
       }
       if (!is.null(findRestart("muffleWarning", cond))) invokeRestart("muffleWarning")
@@ -442,8 +447,8 @@ local({
     onError <- function(cond, calls, handlerFrame) {
       frames <- tryCatch(userFrames(calls, handlerFrame), error = function(e) list())
       send("error",
-           text = conditionMessage(cond),
-           call = callText(userCall(conditionCall(cond))),
+           text = messageText(cond),
+           call = conditionCallText(cond),
            parse = FALSE,
            traceback = frames)
       for (hook in errorHooks) hook(cond, calls, handlerFrame)
@@ -456,21 +461,62 @@ local({
       if (is.null(call) || identical(call, evalTopCall)) NULL else call
     }
 
-    # One line of a call, bounded: large literal arguments (do.call with data) are not deparsed.
-    callText <- function(call, limit = 200L) {
+    # A condition's message and call as R's own "Error in" and "Warning" lines show them. Neither
+    # may fail: a reporter that failed would hide the user's error.
+    messageText <- function(cond) {
+      tryCatch({
+        text <- conditionMessage(cond)
+        if (is.character(text) && length(text) == 1L && !is.na(text)) text
+        else paste(as.character(text), collapse = "\n")
+      }, error = function(e) {
+        direct <- tryCatch(cond$message, error = function(e) NULL)
+        if (is.character(direct) && length(direct) == 1L && !is.na(direct)) direct
+        else sprintf("<a condition of class \"%s\" whose message could not be made>",
+                     tryCatch(class(cond)[1L], error = function(e) "?"))
+      })
+    }
+    conditionCallText <- function(cond) {
+      call <- tryCatch(userCall(conditionCall(cond)), error = function(e) NULL)
+      callText(call, limit = 1000L, width = 60L)
+    }
+
+    # One line of a call: the first line of its deparse, which is what R shows of a call in an error
+    # or a warning (without attributes). Large data arguments (do.call) are cut short first, which
+    # leaves that first line as it is.
+    callText <- function(call, limit = 200L, width = 500L) {
       if (is.null(call)) return(NULL)
-      if (is.call(call)) {
-        for (i in seq_along(call)[-1L]) {
-          arg <- call[[i]]
-          if (!is.language(arg) && !is.null(arg) && length(arg) > 10L) {
-            call[[i]] <- as.name(sprintf("<%s[%d]>", class(arg)[1L], length(arg)))
-          }
-        }
-      }
-      text <- tryCatch(deparse(call, width.cutoff = 500L, nlines = 1L)[1L], error = function(e) "<call>")
-      if (is.na(text)) text <- ""
+      text <- tryCatch({
+        if (is.call(call)) call <- shortenArguments(call)
+        deparse(call, width.cutoff = width, nlines = 1L, control = c("keepNA", "keepInteger", "niceNames"))[1L]
+      }, error = function(e) "<call>")
+      if (!is.character(text) || length(text) != 1L || is.na(text)) text <- ""
       if (nchar(text, "chars", allowNA = TRUE) > limit) text <- paste0(substr(text, 1L, limit), "...")
       text
+    }
+    shortenArguments <- function(call) {
+      for (i in seq_along(call)[-1L]) {
+        # An empty argument (`c(1, )`) is the missing symbol: test it before binding it to a name.
+        if (is.language(call[[i]]) || is.null(call[[i]])) next
+        arg <- call[[i]]
+        if (is.atomic(arg) || is.list(arg)) call[i] <- list(shortValue(arg, 0L))
+      }
+      call
+    }
+    # The value as a call's first deparsed line shows it: its first elements, its names, no other
+    # attributes. An integer run stays whole, since R shows it as from:to.
+    shortValue <- function(x, depth) {
+      n <- length(x)
+      if (is.atomic(x)) {
+        if (n <= 64L) return(x)
+        keep <- if (is.integer(x) && !anyNA(x) && as.double(x[n]) - x[1L] == n - 1L && all(diff(x) == 1L)) x
+                else x[seq_len(64L)]
+        attributes(keep) <- if (!is.null(names(x))) list(names = names(x)[seq_along(keep)])
+        return(keep)
+      }
+      if (!is.list(x) || depth >= 3L) return(x)
+      keep <- lapply(unclass(x)[seq_len(min(n, 64L))], shortValue, depth + 1L)
+      attributes(keep) <- if (!is.null(names(x))) list(names = names(x)[seq_len(min(n, 64L))])
+      keep
     }
 
     # How many `eval` frames separate evalTop from the code it evaluates (measured, not assumed).
