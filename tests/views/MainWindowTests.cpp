@@ -5,12 +5,14 @@
 #include "Console/Views/ConsoleInput.h"
 #include "Console/Views/ConsoleTranscriptView.h"
 #include "Console/Views/ConsoleView.h"
+#include "Documents/DocumentStore.h"
 #include "OffscreenWorkspace.h"
 #include "TestSupport.h"
 
 #include <QApplication>
 #include <QKeyEvent>
 #include <QMenuBar>
+#include <QScrollBar>
 #include <QTabWidget>
 #include <QTreeWidget>
 
@@ -74,6 +76,48 @@ TEST(MainWindowView, DrawsCellsIncrementallyAndBoundsAFlood)
     f.console().clear();
     EXPECT_TRUE(f.shown().trimmed().isEmpty());
     EXPECT_FALSE(f.window->grab().isNull());
+}
+
+// The transcript keeps to the end while the user has not scrolled away: across a shorter console
+// (a script tab opening) and new output; a new run comes into view wherever the user had scrolled.
+TEST(MainWindowView, TranscriptFollowsTheEnd)
+{
+    WindowFixture f;
+    QScrollBar *bar = f.window->console()->transcript()->verticalScrollBar();
+    const auto settle = [] { QApplication::processEvents(); };
+    const auto output = [&](int from) {
+        QString lines;
+        for (int i = from; i < from + 200; ++i)
+            lines += QStringLiteral("line %1\n").arg(i);
+        f.console().append(ConsoleModel::Item::output(lines));
+        f.console().flush();
+        settle();
+    };
+    f.console().begin(QStringLiteral("r1"), QStringLiteral("print(x)"), ExecOrigin::console());
+    output(0);
+    ASSERT_GT(bar->maximum(), 0);
+    EXPECT_EQ(bar->value(), bar->maximum());
+
+    const int before = bar->maximum();
+    f.workspace->documents().newScript(QStringLiteral("a <- 1\n"));
+    settle();
+    ASSERT_GT(bar->maximum(), before) << "the console got shorter";
+    EXPECT_EQ(bar->value(), bar->maximum());
+    output(200);
+    EXPECT_EQ(bar->value(), bar->maximum());
+
+    // Scrolled up by the user: output does not pull the view down.
+    bar->setValue(0);
+    output(400);
+    EXPECT_EQ(bar->value(), 0);
+    // A run from the editor brings its cell into view.
+    f.console().begin(QStringLiteral("r2"), QStringLiteral("a <- 1"),
+                      ExecOrigin::editor(QStringLiteral("Untitled")));
+    f.console().flush();
+    settle();
+    EXPECT_EQ(bar->value(), bar->maximum());
+    output(600);
+    EXPECT_EQ(bar->value(), bar->maximum());
 }
 
 TEST(MainWindowView, InputKeysSubmitWalkHistoryAndFollowTheState)

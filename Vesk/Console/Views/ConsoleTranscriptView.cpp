@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QHelpEvent>
 #include <QMouseEvent>
+#include <QScopedValueRollback>
 #include <QScrollBar>
 #include <QTextBlock>
 #include <QToolTip>
@@ -103,6 +104,20 @@ ConsoleTranscriptView::ConsoleTranscriptView(QWidget *parent) : QPlainTextEdit(p
     m_thumbnails = new PlotThumbnails(this);
     document()->documentLayout()->registerHandler(PlotThumbnails::objectType, m_thumbnails);
     viewport()->setMouseTracking(true);
+
+    // The scroll bar counts lines, and a line may be a tall thumbnail: only the very end follows.
+    QScrollBar *bar = verticalScrollBar();
+    connect(bar, &QScrollBar::valueChanged, this, [this, bar](int value) {
+        if (!m_moving)
+            m_following = value >= bar->maximum();
+    });
+    // A shorter console (a script tab opened) or more lines move the end: keep to it.
+    connect(bar, &QScrollBar::rangeChanged, this, [this, bar](int, int maximum) {
+        if (!m_following)
+            return;
+        const QScopedValueRollback moving(m_moving, true);
+        bar->setValue(maximum);
+    });
 }
 
 void ConsoleTranscriptView::setPlots(PlotStore *plots)
@@ -440,8 +455,8 @@ void ConsoleTranscriptView::sync()
     m_syncedRevision = m_model->revision();
 
     QScrollBar *bar = verticalScrollBar();
-    // The scroll bar counts lines, and a line may be a tall thumbnail: only the very end follows.
-    const bool atBottom = bar->value() >= bar->maximum();
+    // The editor keeps its first visible line while text changes: that is not the user scrolling.
+    const QScopedValueRollback moving(m_moving, true);
 
     const QList<ConsoleModel::Cell> &cells = m_model->cells();
     QSet<QUuid> present;
@@ -470,6 +485,9 @@ void ConsoleTranscriptView::sync()
         } else if (j < cells.size()) {
             RenderedCell rendered;
             rendered.id = cells[j].id;
+            // A new run is shown, wherever the user had scrolled.
+            if (j + 1 == cells.size() && cells[j].execID)
+                m_following = true;
             syncCell(cursor, pos, rendered, cells[j]);
             pos += rendered.length;
             result.append(std::move(rendered));
@@ -481,6 +499,6 @@ void ConsoleTranscriptView::sync()
     }
     cursor.endEditBlock();
     m_rendered = std::move(result);
-    if (atBottom)
+    if (m_following)
         bar->setValue(bar->maximum());
 }

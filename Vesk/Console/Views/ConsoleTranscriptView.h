@@ -31,6 +31,9 @@ public:
     void setPlots(PlotStore *plots);
     // The page of the thumbnail under a point of the viewport, if that page can still be opened.
     std::optional<int> plotAt(QPoint viewportPoint) const;
+    // Whether new output and size changes keep the view at the end: true until the user scrolls
+    // away from the end, and again when they scroll back to it or a new run begins.
+    bool following() const { return m_following; }
 
 signals:
     // A click on a thumbnail whose page is still in the store.
@@ -70,4 +73,7 @@ private:
     mutable QHash<QUuid, int> m_plotGenerations;
     QList<RenderedCell> m_rendered;
     int m_syncedRevision = -1;
+    bool m_following = true;
+    // Set while the view moves its own scroll position, which says nothing of the user's wish.
+    bool m_moving = false;
 };
