@@ -56,10 +56,9 @@ struct Reader {
             ++end;
         const QStringView word = s.mid(at, end - at);
         RTokenKind kind;
-        const bool reserved =
-            RTokenizer::reservedKind(reinterpret_cast<const char16_t *>(word.utf16()), word.size(), kind);
-        // T and F are ordinary variables to R.
-        if (reserved && word != u"T" && word != u"F")
+        // The tokenizer's reserved words, T and F among them: a reference names an object of the
+        // user's, never a constant.
+        if (RTokenizer::reservedKind(reinterpret_cast<const char16_t *>(word.utf16()), word.size(), kind))
             return false;
         at = end;
         return true;

@@ -143,7 +143,7 @@ std::optional<QString> REnvObject::sizeText(const QLocale &locale) const
 {
     if (!size || !(*size > 0))
         return std::nullopt;
-    return locale.formattedDataSize(qint64(*size), 1, QLocale::DataSizeTraditionalFormat);
+    return locale.formattedDataSize(qint64(*size), 1, QLocale::DataSizeSIFormat);
 }
 
 std::optional<RSessionState> RSessionState::fromJSON(const JSONValue &value)

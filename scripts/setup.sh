@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config git
-  qt6-base-dev qt6-svg-dev qt6-webengine-dev qcoro-qt6-dev libgl-dev
+  qt6-base-dev qt6-svg-dev qt6-pdf-dev qt6-webengine-dev qcoro-qt6-dev libgl-dev
   r-base-core r-cran-cli
   r-cran-ggplot2 poppler-utils
   libgtest-dev libgmock-dev libbenchmark-dev

@@ -28,9 +28,8 @@ std::optional<QString> originLabel(const ExecOrigin &origin)
     case ExecOrigin::Kind::Agent:
         return origin.name;
     case ExecOrigin::Kind::Console:
-        return QStringLiteral("console");
     case ExecOrigin::Kind::System:
-        return QStringLiteral("system");
+        break;
     }
     return std::nullopt;
 }
@@ -366,7 +365,7 @@ void Workspace::submitConsole()
     if (kind == RSessionStatus::Kind::Debugging && !stripped.isEmpty() &&
         (m_history.isEmpty() || m_history.last().code != stripped)) {
         m_history.append(
-            {QUuid::createUuid(), stripped, QDateTime::currentDateTime(), QStringLiteral("console")});
+            {QUuid::createUuid(), stripped, QDateTime::currentDateTime(), std::nullopt});
         if (m_history.size() > historyLimit)
             m_history.remove(0, m_history.size() - historyLimit);
         emit historyChanged();

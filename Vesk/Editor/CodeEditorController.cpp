@@ -164,11 +164,15 @@ void CodeEditorController::reloadText(const QString &text)
         m_session->loadText(text);
 }
 
-void CodeEditorController::revealLine(int line)
+void CodeEditorController::revealLine(int line, int column)
 {
     if (!m_session)
         return;
-    m_session->setSelection(m_session->model().lines().start(std::max(0, line - 1)));
+    const RLineIndex &lines = m_session->model().lines();
+    const qsizetype index = std::clamp<qsizetype>(line - 1, 0, lines.lineCount() - 1);
+    const qsizetype start = lines.start(index);
+    const qsizetype end = index + 1 < lines.lineCount() ? lines.start(index + 1) - 1 : lines.length();
+    m_session->setSelection(start + std::clamp<qsizetype>(column - 1, 0, end - start));
     if (m_session->revealCaret)
         m_session->revealCaret();
 }

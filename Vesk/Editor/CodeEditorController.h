@@ -58,8 +58,8 @@ public:
     bool insertChunk();
     void focus();
     void reloadText(const QString &text);
-    // Puts the caret at the start of a one-based line and scrolls there.
-    void revealLine(int line);
+    // Puts the caret on a one-based line and column (both kept inside the text) and scrolls there.
+    void revealLine(int line, int column = 1);
 
 signals:
     void cursorChanged();

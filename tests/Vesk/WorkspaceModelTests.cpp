@@ -154,7 +154,10 @@ TEST(WorkspaceCommands, SubmitAndRunRecordHistory)
     w.run(u"a"_qs, ExecOrigin::console());
     w.run(u"hidden"_qs, ExecOrigin::system());
     ASSERT_EQ(w.history().size(), 3);
+    // An editor's or agent's run keeps its name; the console's has none.
     EXPECT_EQ(w.history()[1].origin, u"analysis.R"_qs);
+    EXPECT_EQ(w.history()[0].origin, std::nullopt);
+    EXPECT_EQ(w.history()[2].origin, std::nullopt);
 
     std::optional<ExecResult> result;
     w.run(u" \n "_qs, ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &r) { result = r; });
@@ -248,7 +251,7 @@ TEST(WorkspaceHistory, PersistsPerProjectAndSurvivesDamage)
     const QList<HistoryEntry> first = HistoryStore::load(one);
     ASSERT_EQ(first.size(), 1);
     EXPECT_EQ(first[0].code, u"summary(x)"_qs);
-    EXPECT_EQ(first[0].origin, u"console"_qs);
+    EXPECT_EQ(first[0].origin, std::nullopt);
     EXPECT_LT(std::abs(first[0].date.secsTo(QDateTime::currentDateTime())), 60);
     const QList<HistoryEntry> second = HistoryStore::load(two);
     ASSERT_EQ(second.size(), 1);

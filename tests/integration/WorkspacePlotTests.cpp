@@ -250,7 +250,7 @@ TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
     EXPECT_FALSE(pane.emptyState()->isVisible());
 
     const auto leftovers = [] {
-        return QDir::temp().entryList({QStringLiteral("vesk-plot-*.svg")}, QDir::Files);
+        return QDir::temp().entryList({QStringLiteral("vesk-plot-*.pdf")}, QDir::Files);
     };
     const QStringList before = leftovers();
     const auto open = [&](bool &settled) {

@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QFile>
+#include <QInputDialog>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
@@ -164,4 +165,48 @@ TEST(DocumentViews, TheCodeMenuRunsTheSelectedScript)
 
     f.store().open(f.file(QStringLiteral("report.Rmd"), "---\ntitle: x\n---\n"));
     EXPECT_TRUE(knit->isEnabled());
+}
+
+// The editing commands that have no other way in: Reindent Lines, Insert Chunk, Go to Line.
+TEST(DocumentViews, TheCodeMenuEditsTheSelectedScript)
+{
+    DocumentWindow f;
+    QAction *reindent = f.menuItem(u"Reindent Lines"_qs, u"&Code"_qs);
+    QAction *chunk = f.menuItem(u"Insert Chunk"_qs, u"&Code"_qs);
+    QAction *goTo = f.menuItem(u"Go to Line…"_qs, u"&Code"_qs);
+    ASSERT_TRUE(reindent && chunk && goTo);
+    EXPECT_FALSE(reindent->shortcut().isEmpty());
+    EXPECT_FALSE(chunk->shortcut().isEmpty());
+    EXPECT_FALSE(goTo->shortcut().isEmpty());
+
+    EditorDocument *script = f.store().newScript(QStringLiteral("f <- function(x) {\nx + 1\n      }\n"));
+    EXPECT_FALSE(chunk->isEnabled()) << "chunks are for R Markdown";
+    QPlainTextEdit *editor = DocumentWindow::textEdit(f.tabs().editorView(script->id()));
+    editor->selectAll();
+    reindent->trigger();
+    EXPECT_EQ(editor->toPlainText(), QStringLiteral("f <- function(x) {\n  x + 1\n}\n"));
+
+    goTo->trigger();
+    ASSERT_TRUE(f.window->goToLineDialog);
+    f.window->goToLineDialog->setTextValue(QStringLiteral("2:3"));
+    f.window->goToLineDialog->accept();
+    QApplication::processEvents();
+    EXPECT_EQ(editor->textCursor().blockNumber(), 1);
+    EXPECT_EQ(editor->textCursor().positionInBlock(), 2);
+    // A line past the end goes to the last line, as far as the text reaches.
+    goTo->trigger();
+    f.window->goToLineDialog->setTextValue(QStringLiteral("99:99"));
+    f.window->goToLineDialog->accept();
+    QApplication::processEvents();
+    EXPECT_EQ(editor->textCursor().position(), editor->toPlainText().size());
+
+    f.store().open(f.file(QStringLiteral("r.Rmd"), "Text\n"));
+    ASSERT_TRUE(f.store().selected() && f.store().selected()->script);
+    EditorDocument *report = f.store().selected()->script;
+    EXPECT_TRUE(chunk->isEnabled());
+    QPlainTextEdit *markdown = DocumentWindow::textEdit(f.tabs().editorView(report->id()));
+    markdown->moveCursor(QTextCursor::End);
+    chunk->trigger();
+    EXPECT_TRUE(markdown->toPlainText().contains(QStringLiteral("```{r}\n\n```")))
+        << markdown->toPlainText().toStdString();
 }

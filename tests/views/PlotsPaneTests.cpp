@@ -9,9 +9,12 @@
 #include "Plots/Views/PlotsPane.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QImage>
 #include <QLabel>
 #include <QMouseEvent>
+#include <QPainter>
+#include <QPdfWriter>
 #include <QTabWidget>
 #include <QToolButton>
 
@@ -162,19 +165,29 @@ TEST(PlotsPaneView, WindowSwapsItsPictureForAVectorDrawing)
     const auto middle = [&] { return shown(100, 100); };
     EXPECT_EQ(middle(), QColor(0, 0, 255));
 
-    EXPECT_FALSE(window.showVector("<svg not really"));
+    EXPECT_FALSE(window.showVector("%PDF-1.4 not really"));
     EXPECT_FALSE(window.showsVector());
     EXPECT_EQ(middle(), QColor(0, 0, 255)) << "a failure keeps the picture";
 
-    // As R's cairo writes it: the drawing is a glyph symbol placed by <use>.
-    const QByteArray svg = R"(<?xml version="1.0" encoding="UTF-8"?>
-<svg xmlns="http://www.w3.org/2000/svg" xmlns:xlink="http://www.w3.org/1999/xlink" width="100pt"
- height="100pt" viewBox="0 0 100 100" version="1.1"><defs><g>
-<symbol overflow="visible" id="glyph0-1"><path style="stroke:none;" d="M 0 0 L 60 0 L 60 -60 L 0 -60 Z"/></symbol>
-</g></defs><rect x="0" y="0" width="100" height="100" style="fill:rgb(100%,100%,100%);stroke:none;"/>
-<g style="fill:rgb(100%,0%,0%);fill-opacity:1;"><use xlink:href="#glyph0-1" x="20" y="80"/></g></svg>)";
-    ASSERT_TRUE(window.showVector(svg));
+    // A page as R's pdf device makes one: white, with a red square in the middle.
+    QByteArray pdf;
+    {
+        QBuffer buffer(&pdf);
+        buffer.open(QIODevice::WriteOnly);
+        QPdfWriter writer(&buffer);
+        writer.setPageSize(QPageSize(QSizeF(100, 100), QPageSize::Point));
+        writer.setPageMargins(QMarginsF());
+        writer.setResolution(72);
+        QPainter painter(&writer);
+        painter.fillRect(QRectF(0, 0, 100, 100), Qt::white);
+        painter.fillRect(QRectF(20, 20, 60, 60), Qt::red);
+    }
+    ASSERT_TRUE(window.showVector(pdf));
     EXPECT_TRUE(window.showsVector());
     EXPECT_TRUE(near(middle(), Qt::red)) << middle().name().toStdString();
     EXPECT_TRUE(near(shown(5, 100), Qt::white)) << shown(5, 100).name().toStdString();
+    // Drawn again for a larger window, not scaled up from the first rendering.
+    window.resize(400, 400);
+    EXPECT_TRUE(near(shown(200, 200), Qt::red));
+    EXPECT_TRUE(near(shown(60, 200), Qt::white)) << shown(60, 200).name().toStdString();
 }

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 
+class CodeEditorController;
 class ConsoleView;
 class DocumentTabs;
 class FileTreeView;
+class QInputDialog;
 class QLabel;
 class QMenu;
 class Settings;
@@ -30,6 +33,8 @@ public:
 
     // Asks whether to close while R is busy; a view test answers instead of a user.
     std::function<bool()> confirmClose;
+    // The open "Go to Line" dialog, if any; a view test types into it.
+    QPointer<QInputDialog> goToLineDialog;
 
 signals:
     void settingsRequested();
@@ -43,6 +48,7 @@ private:
     QWidget *buildDocumentArea(QWidget *console);
     void addDocumentActions(QMenu *file);
     void addCodeMenu();
+    void goToLine(CodeEditorController &editor);
     void bindDocumentDialogs();
     void updateRecentFiles();
     void updateRecentProjects();

@@ -7,6 +7,7 @@
 #include "Editor/CodeEditorController.h"
 #include "Editor/Views/CodeEditorPane.h"
 #include "Files/Views/FileTreeView.h"
+#include "LineTarget.h"
 #include "MainWindow.h"
 
 #include <QAction>
@@ -14,6 +15,7 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QFileDialog>
+#include <QInputDialog>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSplitter>
@@ -146,18 +148,63 @@ void MainWindow::addCodeMenu()
         if (CodeEditorController *editor = selectedEditor())
             m_workspace.knit(*editor);
     });
-    // Only scripts run, and only R Markdown knits.
-    auto update = [this, code, knit] {
+    code->addSeparator();
+    auto edit = [&](const QString &title, QKeySequence shortcut, auto act) {
+        QAction *action = code->addAction(title);
+        action->setShortcut(shortcut);
+        connect(action, &QAction::triggered, this, [selectedEditor, act] {
+            if (CodeEditorController *editor = selectedEditor())
+                act(*editor);
+        });
+        return action;
+    };
+    edit(QStringLiteral("Reindent Lines"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_I),
+         [](CodeEditorController &editor) { editor.reindentLines(); });
+    QAction *chunk = edit(QStringLiteral("Insert Chunk"), QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_I),
+                          [](CodeEditorController &editor) {
+                              if (!editor.insertChunk())
+                                  QApplication::beep();
+                          });
+    edit(QStringLiteral("Go to Line…"), QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_G),
+         [this](CodeEditorController &editor) { goToLine(editor); });
+    // Only scripts run, and only R Markdown knits and takes chunks.
+    auto update = [this, code, knit, chunk] {
         const auto item = m_workspace.documents().selected();
         const bool script = item && item->script;
         for (QAction *action : code->actions())
             action->setEnabled(script);
-        knit->setEnabled(script && item->script->language() == CodeLanguage::rMarkdown);
+        const bool markdown = script && item->script->language() == CodeLanguage::rMarkdown;
+        knit->setEnabled(markdown);
+        chunk->setEnabled(markdown);
     };
     connect(&m_workspace.documents(), &DocumentStore::selectionChanged, code, update);
     connect(&m_workspace.documents(), &DocumentStore::itemsChanged, code, update);
     connect(code, &QMenu::aboutToShow, code, update);
     update();
+}
+
+void MainWindow::goToLine(CodeEditorController &editor)
+{
+    QPointer<CodeEditorController> target(&editor);
+    auto *dialog = new QInputDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowTitle(QStringLiteral("Go to Line"));
+    dialog->setLabelText(QStringLiteral("Line, or line:column:"));
+    dialog->setTextValue(QStringLiteral("%1:%2").arg(editor.cursorLine()).arg(editor.cursorColumn()));
+    connect(dialog, &QInputDialog::textValueSelected, this, [target](const QString &text) {
+        const std::optional<LineTarget> line = LineTarget::parse(text);
+        if (!target)
+            return;
+        if (!line) {
+            QApplication::beep();
+            return;
+        }
+        target->revealLine(int(std::min<qint64>(line->line, INT_MAX)),
+                           int(std::min<qint64>(line->column.value_or(1), INT_MAX)));
+        target->focus();
+    });
+    goToLineDialog = dialog;
+    dialog->open();
 }
 
 void MainWindow::updateRecentFiles()

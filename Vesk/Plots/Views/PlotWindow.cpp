@@ -1,7 +1,7 @@
 #include "PlotWindow.h"
 
 #include <QPainter>
-#include <QSvgRenderer>
+#include <QPdfDocument>
 
 PlotWindow::PlotWindow(int page, const QImage &image, QSize points, QWidget *parent)
     : QWidget(parent, Qt::Window), m_page(page), m_image(image)
@@ -13,17 +13,20 @@ PlotWindow::PlotWindow(int page, const QImage &image, QSize points, QWidget *par
 
 PlotWindow::~PlotWindow() = default;
 
-bool PlotWindow::showVector(const QByteArray &svg)
+bool PlotWindow::showVector(const QByteArray &pdf)
 {
-    // Cairo writes text as glyph <symbol>s that this Qt Svg doesn't draw; as groups inside <defs>
-    // they are drawn by their <use> the same way.
-    QByteArray drawable = svg;
-    drawable.replace("<symbol ", "<g ").replace("</symbol>", "</g>");
-    auto renderer = std::make_unique<QSvgRenderer>(drawable);
-    if (!renderer->isValid() || renderer->defaultSize().isEmpty())
+    auto document = std::make_unique<QPdfDocument>();
+    m_pdf.close();
+    m_pdf.setData(pdf);
+    m_pdf.open(QIODevice::ReadOnly);
+    document->load(&m_pdf);
+    if (document->status() != QPdfDocument::Status::Ready || document->pageCount() < 1 ||
+        document->pagePointSize(0).isEmpty()) {
+        m_pdf.close();
         return false;
-    renderer->setAspectRatioMode(Qt::KeepAspectRatio);
-    m_vector = std::move(renderer);
+    }
+    m_vector = std::move(document);
+    m_rendered = QImage();
     update();
     return true;
 }
@@ -41,8 +44,13 @@ void PlotWindow::paintEvent(QPaintEvent *)
     QPainter painter(this);
     painter.fillRect(rect(), Qt::white);
     if (m_vector) {
-        painter.setRenderHint(QPainter::Antialiasing);
-        m_vector->render(&painter, pictureRect(m_vector->defaultSize()));
+        const QRectF target = pictureRect(m_vector->pagePointSize(0));
+        const QSize pixels = (target.size() * devicePixelRatioF()).toSize();
+        if (m_rendered.size() != pixels && !pixels.isEmpty()) {
+            m_rendered = m_vector->render(0, pixels);
+            m_rendered.setDevicePixelRatio(devicePixelRatioF());
+        }
+        painter.drawImage(target.topLeft(), m_rendered);
     } else if (!m_image.isNull()) {
         painter.setRenderHint(QPainter::SmoothPixmapTransform);
         painter.drawImage(pictureRect(m_image.size()), m_image);

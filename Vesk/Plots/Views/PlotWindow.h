@@ -2,12 +2,13 @@
 // stays sharp at any window size. Without the vector drawing the picture stays.
 #pragma once
 
+#include <QBuffer>
 #include <QImage>
 #include <QWidget>
 
 #include <memory>
 
-class QSvgRenderer;
+class QPdfDocument;
 
 class PlotWindow : public QWidget {
     Q_OBJECT
@@ -16,8 +17,9 @@ public:
     ~PlotWindow() override;
 
     int page() const { return m_page; }
-    // Replaces the picture by an SVG drawing; false, and the picture kept, when it doesn't load.
-    bool showVector(const QByteArray &svg);
+    // Replaces the picture by R's PDF drawing of the page; false, and the picture kept, when it
+    // doesn't load.
+    bool showVector(const QByteArray &pdf);
     bool showsVector() const { return m_vector != nullptr; }
 
 signals:
@@ -32,5 +34,8 @@ private:
 
     int m_page = 0;
     QImage m_image;
-    std::unique_ptr<QSvgRenderer> m_vector;
+    QBuffer m_pdf;
+    std::unique_ptr<QPdfDocument> m_vector;
+    // The drawing rendered for the window's present size, redone when that changes.
+    QImage m_rendered;
 };

@@ -280,26 +280,30 @@ void PlotsPane::resetZoom()
 PlotWindow *PlotsPane::openInWindow()
 {
     const auto page = selected();
-    if (!page || m_image.isNull())
+    if (!page)
         return nullptr;
-    // The size the picture was drawn at, in points: the vector drawing has the same layout.
-    const QSize points = (QSizeF(m_image.size()) / m_workspace.plotScale()).toSize();
+    // The size the picture was drawn at, in points: the vector drawing has the same layout. A page
+    // whose picture could not be read still opens, at the size the pane last drew at.
+    QSize points = m_image.isNull() ? m_workspace.lastPlotSize()
+                                    : (QSizeF(m_image.size()) / m_workspace.plotScale()).toSize();
+    if (points.isEmpty())
+        points = QSize(504, 504);
     auto *window = new PlotWindow(*page, m_image, points, this);
     window->show();
     const QString path = QDir::temp().filePath(
-        QStringLiteral("vesk-plot-%1.svg").arg(QUuid::createUuid().toString(QUuid::WithoutBraces)));
+        QStringLiteral("vesk-plot-%1.pdf").arg(QUuid::createUuid().toString(QUuid::WithoutBraces)));
     m_workspace.requestPlotExport(
-        *page, path, QStringLiteral("svg"), QSizeF(points), 1.0,
+        *page, path, QStringLiteral("pdf"), QSizeF(points), 1.0,
         [window = QPointer<PlotWindow>(window), path](const RRequestResult &result) {
-            QByteArray svg;
+            QByteArray pdf;
             if (QFile file(path); result.ok() && file.open(QIODevice::ReadOnly))
-                svg = file.readAll();
+                pdf = file.readAll();
             // The file is ours to delete whatever happened, even when R wrote only part of it.
             QFile::remove(path);
             if (!window)
                 return;
-            if (!svg.isEmpty())
-                window->showVector(svg);
+            if (!pdf.isEmpty())
+                window->showVector(pdf);
             emit window->settled();
         });
     return window;
