@@ -98,7 +98,6 @@ TEST(PlotStore, RemovalMovesTheSelectionToItsNeighbour)
     store.remove(3);
     EXPECT_TRUE(store.pages().isEmpty());
     EXPECT_FALSE(store.selectedPage());
-    store.setZoom(PlotZoom{}, 3); // no page, no effect
 }
 
 TEST(PlotStore, StepDoesNotWrapAndResetEmpties)

@@ -424,7 +424,12 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
         file.write(bytes);
         return file.fileName();
     };
-    const QString path = write(QStringLiteral("it's.R"), "x <- 1\n");
+    // A name that an R string must escape: a double quote and a backslash.
+    const QString path = write(QStringLiteral("say \"hi\" \\ it's.R"), "x <- 1\n");
+    const auto rString = [](QString text) {
+        return u'"' + text.replace(u'\\', QStringLiteral("\\\\")).replace(u'"', QStringLiteral("\\\"")) +
+               u'"';
+    };
     DocumentStore &store = f.workspace->documents();
     store.open(path);
     EditorDocument *document = store.script(path);
@@ -443,12 +448,12 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
     view.editor()->session()->toggleBreakpoint(1);
     EXPECT_EQ(document->breakpoints(), QSet<int>{2}) << "documents count lines from one";
 
-    // Source saves first, then sources the file with its encoding; the quote in the path survives.
+    // Source saves first, then sources the file with its encoding; the path survives R's quoting.
     QKeyEvent source(QEvent::KeyPress, Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
     QApplication::sendEvent(editor, &source);
     EXPECT_FALSE(document->needsSave());
     ASSERT_FALSE(f.ran().isEmpty());
-    EXPECT_EQ(f.ran().last(), QStringLiteral("source(\"%1\", encoding = \"UTF-8\")").arg(path));
+    EXPECT_EQ(f.ran().last(), QStringLiteral("source(%1, encoding = \"UTF-8\")").arg(rString(path)));
 
     // Text replaced from outside shows in the editor.
     document->replaceText(QStringLiteral("z <- 3\n"));
@@ -460,10 +465,9 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
     ScriptEditorView reportView(*f.workspace, *store.script(report));
     EXPECT_EQ(reportView.editor()->session()->language(), RSourceLanguage::rMarkdown);
     QApplication::sendEvent(reportView.editor(), &source);
-    if (ToolLocator::pandocDirectory()) {
-        EXPECT_EQ(f.ran().last(),
-                  QStringLiteral("browseURL(rmarkdown::render(\"%1\", envir = new.env(parent = globalenv()), "
-                                 "quiet = TRUE))")
-                      .arg(report));
-    }
+    ASSERT_TRUE(ToolLocator::pandocDirectory()) << "Pandoc is installed with the test dependencies";
+    EXPECT_EQ(f.ran().last(),
+              QStringLiteral("browseURL(rmarkdown::render(\"%1\", envir = new.env(parent = globalenv()), "
+                             "quiet = TRUE))")
+                  .arg(report));
 }
