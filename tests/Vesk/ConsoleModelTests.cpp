@@ -119,7 +119,7 @@ TEST(ConsoleModelStreams, CarriageReturnsRedrawOneLineInPlace)
         EXPECT_LE(item.text.size(), ConsoleModel::maxMessageBytes);
 }
 
-TEST(ConsoleModelCells, StrayOutputPlaceholderAndCap)
+TEST(ConsoleModelCells, StrayOutputAndCap)
 {
     ConsoleModel model;
     // Output with no running cell opens a stray cell, which a note settles.
@@ -133,14 +133,12 @@ TEST(ConsoleModelCells, StrayOutputPlaceholderAndCap)
     EXPECT_EQ(model.cells()[0].state, State::Done);
     EXPECT_TRUE(model.cells()[0].finished.has_value());
 
-    // An empty stray cell is a placeholder that `begin` removes.
-    model.flush();
+    // Empty output opens no cell.
     model.append(Item::output(QString()));
     model.flush();
-    model.begin(u"r1"_qs, u"1"_qs, ExecOrigin::console());
-    EXPECT_EQ(model.cells().size(), 3);
+    EXPECT_EQ(model.cells().size(), 2);
 
-    for (int i = 2; i <= 502; ++i)
+    for (int i = 1; i <= 502; ++i)
         model.begin(u"r%1"_qs.arg(i), u"x"_qs, ExecOrigin::console());
     EXPECT_EQ(model.cells().size(), ConsoleModel::maxCells);
     EXPECT_EQ(model.cells().first().execID, u"r3"_qs);
