@@ -1,0 +1,571 @@
+# The global environment: the state event that describes its objects, and object inspection.
+
+# ---- The state event --------------------------------------------------------------------------
+# Describes every object of the global environment. The cost must follow the number of objects,
+# never their size: no object.size on large character data, no formatting of whole vectors.
+
+stateLimit <- 5000L
+functionSummaries <- new.env(parent = emptyenv())
+
+sendState <- function() sendJSON(stateJSON())
+
+stateJSON <- function() {
+  env <- globalenv()
+  # Radix order: the locale's collation costs more than the rest of the event.
+  names <- sort(ls(env, sorted = FALSE), method = "radix")
+  if (length(names) > stateLimit) names <- names[seq_len(stateLimit)]
+  objects <- describeObjects(names, env)
+  attached <- setdiff(search(), "tools:vesk")
+  paste0('{"type":"state","state":{"wd":', jsonString(getwd()),
+         ',"env":[', paste(objects, collapse = ","), "]",
+         ',"attached":', json(I(attached)),
+         ',"loaded":', json(I(loadedNamespaces())),
+         ',"prompt":', jsonString(userPrompt), ',"continue":', jsonString(userContinue), "}}")
+}
+
+typeLabels <- c(double = "num", integer = "int", character = "chr", logical = "logi",
+                complex = "cplx", raw = "raw")
+atomicTypes <- names(typeLabels)
+
+regularNames <- character()
+
+describeObjects <- function(names, env) {
+  n <- length(names)
+  if (!n) return(character())
+  # A regular binding cannot turn active in place (makeActiveBinding refuses), so only names
+  # that are new since the last snapshot need the (comparatively slow) check.
+  active <- logical(n)
+  fresh <- which(!(names %in% regularNames))
+  if (length(fresh)) active[fresh] <- vapply(names[fresh], bindingIsActive, NA, env = env, USE.NAMES = FALSE)
+  regularNames <<- names[!active]
+  values <- vector("list", n)
+  if (any(!active)) {
+    plain <- names[!active]
+    got <- tryCatch(mget(plain, envir = env, inherits = FALSE), error = function(e) NULL)
+    if (is.null(got)) {
+      got <- lapply(plain, function(name) {
+        tryCatch(get(name, envir = env, inherits = FALSE), error = function(e) NULL)
+      })
+    }
+    values[!active] <- got
+  }
+  rows <- tryCatch(describeAll(values, names), error = function(e) NULL)
+  if (is.null(rows)) rows <- describeEach(values, names)
+  if (any(active)) {
+    rows$kind[active] <- "other"
+    rows$class[active] <- "[]"
+    rows$type[active] <- "active binding"
+    rows$size[active] <- NA
+    rows$length[active] <- NA
+    rows$dim[active] <- NA
+    rows$summary[active] <- NA
+    rows$columns[active] <- NA
+  }
+  from <- rep(NA_character_, n)
+  lineageNames <- names(lineage)
+  for (i in which(names %in% lineageNames)) {
+    parents <- get(names[i], envir = lineage)
+    parents <- parents[parents %in% names]
+    if (length(parents)) from[i] <- json(I(parents))
+  }
+  stale <- setdiff(lineageNames, names)
+  if (length(stale)) rm(list = stale, envir = lineage)
+  stale <- setdiff(ls(functionSummaries, all.names = TRUE, sorted = FALSE), names)
+  if (length(stale)) rm(list = stale, envir = functionSummaries)
+  # A member whose value is NA is left out.
+  optional <- function(key, values, encode = identity) {
+    out <- character(n)
+    present <- which(!is.na(values))
+    if (length(present)) out[present] <- paste0(',"', key, '":', encode(values[present]))
+    out
+  }
+  paste0('{"name":', jsonString(names),
+         ',"kind":"', rows$kind, '"',
+         ',"class":', rows$class,
+         ',"type":', jsonString(rows$type),
+         optional("size", rows$size, jsonNumber),
+         optional("length", rows$length, jsonNumber),
+         optional("dim", rows$dim),
+         optional("summary", rows$summary, jsonString),
+         optional("columns", rows$columns),
+         optional("from", from),
+         "}")
+}
+
+# The fast path: one pass per property over all objects, per-object work only where an object
+# needs it (vectors' leading elements, data frame columns, function digests).
+describeAll <- function(values, names) {
+  n <- length(values)
+  type <- vapply(values, typeof, "", USE.NAMES = FALSE)
+  classes <- lapply(values, class)
+  keys <- unique(classes)
+  keyJSON <- vapply(keys, function(cls) json(I(cls)), "", USE.NAMES = FALSE)
+  classJSON <- keyJSON[match(classes, keys)]
+  isObject <- vapply(values, is.object, NA, USE.NAMES = FALSE)
+  isFrame <- isObject
+  if (any(isObject)) isFrame[isObject] <- vapply(values[isObject], inherits, NA, what = "data.frame")
+  dims <- lapply(values, attr, which = "dim", exact = TRUE)
+  if (any(isFrame)) {
+    dims[isFrame] <- lapply(values[isFrame], function(x) c(.row_names_info(x, 2L), length(x)))
+  }
+  dimCount <- lengths(dims, use.names = FALSE)
+  isFunction <- type %in% c("closure", "builtin", "special")
+  isAtomic <- type %in% atomicTypes
+  # POSIXlt is a list underneath, a value to the user.
+  isTime <- isObject & type == "list" & !isFrame
+  if (any(isTime)) isTime[isTime] <- vapply(values[isTime], inherits, NA, what = "POSIXlt")
+  isList <- type == "list" & !isFrame & !isTime
+  # attributes() would expand a data frame's compact row names: frames are never bare.
+  bare <- !isFrame
+  if (any(bare)) bare[bare] <- lengths(lapply(values[bare], attributes), use.names = FALSE) == 0L
+  hasClass <- isObject
+  len <- rep(NA_real_, n)
+  measured <- isAtomic | type == "list"
+  len[measured] <- as.numeric(lengths(values[measured], use.names = FALSE))
+  len[isFunction] <- 1
+  len[type == "NULL"] <- 0
+
+  kind <- rep("other", n)
+  kind[type == "environment"] <- "environment"
+  kind[isList] <- "list"
+  kind[isAtomic | type == "NULL"] <- "value"
+  kind[(isAtomic | isList) & dimCount == 2L] <- "data"
+  kind[isFrame] <- "data"
+  kind[isFunction] <- "function"
+  kind[isTime] <- "value"
+
+  summary <- rep(NA_character_, n)
+  summary[type == "NULL"] <- "NULL"
+  # Unclassed scalars, one vectorised format per type.
+  scalar <- isAtomic & !hasClass & dimCount == 0L & len == 1
+  for (t in c("double", "integer", "logical", "character")) {
+    idx <- which(scalar & type == t)
+    if (!length(idx)) next
+    x <- unlist(values[idx], use.names = FALSE)
+    summary[idx] <- switch(t,
+      double = sprintf("%.7g", x),
+      character = ifelse(is.na(x), "NA", encodeString(shorten(x, 100L), quote = "\"")),
+      ifelse(is.na(x), "NA", as.character(x)))
+  }
+  vectors <- which(isAtomic & !hasClass & dimCount == 0L & len != 1 & type != "complex")
+  if (length(vectors)) summary[vectors] <- vectorSummaries(values[vectors], type[vectors], len[vectors])
+  for (i in which((isAtomic | isTime) & dimCount != 2L & is.na(summary))) {
+    summary[i] <- valueSummary(values[[i]], type[i], len[i])
+  }
+  for (i in which((isAtomic | isList) & dimCount == 2L & !isFrame)) {
+    summary[i] <- sprintf("%s [1:%d, 1:%d]", if (isList[i]) "list" else atomicLabel(values[[i]], type[i]),
+                          dims[[i]][1L], dims[[i]][2L])
+  }
+  idx <- which(isList & dimCount != 2L)
+  summary[idx] <- sprintf("List of %d", as.integer(len[idx]))
+  columns <- rep(NA_character_, n)
+  frames <- which(isFrame)
+  if (length(frames)) {
+    rowCount <- vapply(dims[frames], `[`, 0, 1L)
+    colCount <- vapply(dims[frames], `[`, 0, 2L)
+    summary[frames] <- sprintf("%.0f obs. of %.0f variable%s", rowCount, colCount,
+                               ifelse(colCount == 1, "", "s"))
+    columns[frames] <- frameColumns(values[frames])
+  }
+  for (i in which(isFunction)) summary[i] <- functionSummary(values[[i]], names[i])
+  for (i in which(type == "environment")) summary[i] <- environmentSummary(values[[i]], classes[[i]])
+  for (i in which(kind == "other")) summary[i] <- otherSummary(values[[i]], type[i], classes[[i]])
+
+  size <- rep(NA_real_, n)
+  simple <- which(bare & isAtomic & type != "character")
+  size[simple] <- vectorBytes(len[simple], elementBytes[type[simple]])
+  strings <- which(bare & type == "character" & len <= 1e4)
+  for (i in strings) size[i] <- objectSize(values[[i]])
+  listLike <- which(type == "list")
+  if (length(listLike)) {
+    cheap <- listsAreCheap(values[listLike], isFrame[listLike])
+    for (i in listLike[cheap]) size[i] <- objectSize(values[[i]])
+  }
+  for (i in which(isAtomic & !bare & is.na(size))) {
+    s <- cheapSize(values[[i]])
+    if (!is.null(s)) size[i] <- s
+  }
+  dimJSON <- rep(NA_character_, n)
+  two <- which(dimCount == 2L)
+  if (length(two)) {
+    flat <- jsonNumber(as.numeric(unlist(dims[two], use.names = FALSE)))
+    dimJSON[two] <- paste0("[", flat[c(TRUE, FALSE)], ",", flat[c(FALSE, TRUE)], "]")
+  }
+  for (i in which(dimCount > 0L & dimCount != 2L)) {
+    dimJSON[i] <- paste0("[", paste(jsonNumber(dims[[i]]), collapse = ","), "]")
+  }
+  list(kind = kind, class = classJSON, type = type, size = size, length = len, dim = dimJSON,
+       summary = summary, columns = columns)
+}
+
+# The slow path, for environments holding objects whose methods fail: one object at a time.
+describeEach <- function(values, names) {
+  n <- length(values)
+  rows <- list(kind = rep("other", n), class = rep("[]", n), type = character(n),
+               size = rep(NA_real_, n), length = rep(NA_real_, n), dim = rep(NA_character_, n),
+               summary = rep(NA_character_, n), columns = rep(NA_character_, n))
+  for (i in seq_len(n)) {
+    rows$type[i] <- typeof(values[[i]])
+    d <- tryCatch(describe(values[[i]], names[i]), error = function(e) NULL)
+    if (is.null(d)) next
+    rows$kind[i] <- d$kind
+    rows$class[i] <- d$class
+    if (!is.null(d$size)) rows$size[i] <- d$size
+    if (!is.null(d$length)) rows$length[i] <- d$length
+    if (!is.null(d$dim)) rows$dim[i] <- paste0("[", paste(jsonNumber(d$dim), collapse = ","), "]")
+    if (!is.null(d$summary)) rows$summary[i] <- d$summary
+    if (!is.null(d$columns)) rows$columns[i] <- d$columns
+  }
+  rows
+}
+
+environmentSummary <- function(x, cls) {
+  envName <- environmentName(x)
+  if (nzchar(envName)) envName else paste0("<", cls[1L], ">")
+}
+
+otherSummary <- function(x, type, cls) {
+  if (type %in% c("language", "symbol", "expression")) return(callText(x, 100L))
+  if (isS4(x)) return(sprintf("Formal class '%s'", cls[1L]))
+  NA_character_
+}
+
+# One object: kind, class (JSON text), type, and what is cheap of size, length, dim, summary and
+# columns.
+describe <- function(x, name) {
+  type <- typeof(x)
+  cls <- class(x)
+  out <- list(type = type, class = json(I(cls)))
+  isFrame <- is.data.frame(x)
+  dims <- if (isFrame) c(.row_names_info(x, 2L), length(x)) else attr(x, "dim", exact = TRUE)
+  if (!is.null(dims)) out$dim <- dims
+  if (type %in% c("closure", "builtin", "special")) {
+    out$kind <- "function"
+    out$summary <- functionSummary(x, name)
+    out$length <- 1
+  } else if (type == "environment") {
+    out$kind <- "environment"
+    out$summary <- environmentSummary(x, cls)
+  } else if (isFrame) {
+    out$kind <- "data"
+    out$length <- length(x)
+    out$summary <- sprintf("%d obs. of %d variable%s", dims[1L], dims[2L], if (dims[2L] == 1L) "" else "s")
+    out$columns <- frameColumns(list(x))
+    out$size <- cheapSize(x)
+  } else if (type %in% atomicTypes || type == "list") {
+    len <- length(x)
+    out$length <- len
+    out$size <- cheapSize(x)
+    if (length(dims) == 2L) {
+      out$kind <- "data"
+      out$summary <- sprintf("%s [1:%d, 1:%d]", if (type == "list") "list" else atomicLabel(x, type),
+                             dims[1L], dims[2L])
+    } else if (type == "list") {
+      out$kind <- "list"
+      out$summary <- sprintf("List of %d", len)
+    } else {
+      out$kind <- "value"
+      out$summary <- valueSummary(x, type, len)
+    }
+  } else if (type == "NULL") {
+    out$kind <- "value"
+    out$length <- 0
+    out$summary <- "NULL"
+  } else {
+    out$kind <- "other"
+    summary <- otherSummary(x, type, cls)
+    if (!is.na(summary)) out$summary <- summary
+  }
+  out
+}
+
+atomicLabel <- function(x, type) {
+  if (is.factor(x)) return("Factor")
+  if (!is.null(attr(x, "class", exact = TRUE))) return(class(x)[1L])
+  typeLabels[[type]]
+}
+
+shorten <- function(text, limit = 100L) {
+  text[is.na(text)] <- "NA"
+  long <- nchar(text, "chars", allowNA = TRUE) > limit
+  long[is.na(long)] <- TRUE
+  if (any(long)) text[long] <- paste0(substr(text[long], 1L, limit), "\u2026")
+  text
+}
+
+# Formats at most a few leading elements; classed vectors go through their own format method.
+headText <- function(x, type, count) {
+  part <- x[seq_len(count)]
+  if (is.null(attr(part, "class", exact = TRUE))) {
+    text <- switch(type,
+      double = sprintf("%.7g", part),
+      character = encodeString(shorten(part, 40L), quote = "\""),
+      as.character(part))
+    text[is.na(part)] <- "NA"
+    return(text)
+  }
+  if (is.factor(part)) part <- as.character(part)
+  shorten(format(part), 40L)
+}
+
+valueSummary <- function(x, type, len) {
+  if (len == 1) return(shorten(headText(x, type, 1L), 200L))
+  label <- atomicLabel(x, type)
+  if (len == 0) return(paste0(label, "(0)"))
+  if (is.factor(x)) {
+    lv <- levels(x)
+    return(sprintf("Factor w/ %d level%s %s", length(lv), if (length(lv) == 1L) "" else "s",
+                   paste(encodeString(shorten(lv[seq_len(min(3L, length(lv)))], 20L), quote = "\""),
+                         collapse = ",")))
+  }
+  shown <- min(len, 5)
+  text <- paste(headText(x, type, shown), collapse = " ")
+  shorten(paste0(label, " [1:", format(len, scientific = FALSE), "] ", text,
+                 if (len > shown) " ..." else ""), 200L)
+}
+
+# A one-line digest of the definition, so that a changed definition changes it. Cached per name:
+# an unchanged closure is recognised by identity.
+functionSummary <- function(f, name) {
+  cached <- get0(name, envir = functionSummaries, inherits = FALSE)
+  if (!is.null(cached) && identical(cached$f, f)) return(cached$text)
+  header <- paste0("function(", paste(names(formals(args(f))), collapse = ", "), ")")
+  source <- tryCatch(paste(deparse(f, width.cutoff = 500L), collapse = "\n"), error = function(e) "")
+  bytes <- as.numeric(charToRaw(source))
+  sum <- if (length(bytes)) sum(bytes * ((seq_along(bytes) %% 65521) + 1)) %% 4294967291 else 0
+  text <- sprintf("%s #%08x", header, as.integer(sum %% 2147483647))
+  assign(name, list(f = f, text = text), envir = functionSummaries)
+  text
+}
+
+# Joins consecutive runs of `text` (of the given sizes, all above 0) with `sep`, in one pass.
+joinRuns <- function(text, sizes, sep) {
+  if (!length(sizes)) return(character())
+  seps <- rep.int(sep, length(text))
+  seps[cumsum(sizes)] <- "\x01"
+  strsplit(paste0(text, seps, collapse = ""), "\x01", fixed = TRUE)[[1L]]
+}
+
+# The columns (first 50) of several data frames, one JSON array each.
+frameColumns <- function(frames) {
+  shown <- lapply(frames, function(f) .subset(f, seq_len(min(length(f), 50L))))
+  count <- lengths(shown, use.names = FALSE)
+  out <- rep("[]", length(frames))
+  if (!any(count > 0L)) return(out)
+  colNames <- unlist(lapply(shown, function(cols) {
+    nm <- names(cols)
+    if (is.null(nm)) rep.int("", length(cols)) else nm
+  }), use.names = FALSE)
+  colNames[is.na(colNames)] <- ""
+  columns <- unlist(shown, recursive = FALSE, use.names = FALSE)
+  colTypes <- vapply(lapply(columns, class), `[`, "", 1L, USE.NAMES = FALSE)
+  items <- paste0('{"name":', jsonString(colNames), ',"type":', jsonString(colTypes), "}")
+  some <- count > 0L
+  out[some] <- paste0("[", joinRuns(items, count[some], ","), "]")
+  out
+}
+
+# Summaries of plain vectors ("num [1:100] 1 2 3 4 5 ..."), formatted per type in one go.
+vectorSummaries <- function(values, type, len) {
+  out <- paste0(typeLabels[type], "(0)")
+  for (t in unique(type[len > 0])) {
+    group <- which(type == t & len > 0)
+    shown <- pmin(len[group], 5)
+    x <- unlist(lapply(values[group], `[`, 1:5), use.names = FALSE)
+    x <- x[rep(1:5, length(group)) <= rep(shown, each = 5L)]
+    text <- switch(t,
+      double = sprintf("%.7g", x),
+      character = encodeString(shorten(x, 40L), quote = "\""),
+      as.character(x))
+    text[is.na(x)] <- "NA"
+    out[group] <- paste0(typeLabels[t], " [1:", sprintf("%.0f", len[group]), "] ",
+                         joinRuns(text, shown, " "), ifelse(len[group] > shown, " ...", ""))
+  }
+  shorten(out, 200L)
+}
+
+# Bytes of an attribute-free vector as object.size counts them: R allocates small vectors in
+# classes of 8, 16, 32, 48, 64 and 128 bytes after a 48-byte header.
+elementBytes <- c(double = 8, integer = 4, logical = 4, raw = 1, complex = 16)
+vectorBytes <- function(len, eltBytes) {
+  data <- len * eltBytes
+  alloc <- ceiling(data / 8) * 8
+  for (class in rev(c(8, 16, 32, 48, 64, 128))) alloc[data > 0 & data <= class] <- class
+  48 + alloc
+}
+
+# object.size only where its cost does not grow with the data: it walks every string of a
+# character vector and every element of a list.
+objectSizeRoutine <- tryCatch(get("C_objectSize", envir = asNamespace("utils")), error = function(e) NULL)
+objectSize <- function(x) {
+  if (is.null(objectSizeRoutine)) as.numeric(utils::object.size(x)) else as.numeric(.Call(objectSizeRoutine, x))
+}
+cheapSize <- function(x) if (sizeIsCheap(x)) objectSize(x) else NULL
+
+# For many lists (and data frames) at once: whether object.size can measure each cheaply. All
+# their elements are looked at in one pass; lists of lists take the one-by-one path.
+listsAreCheap <- function(lists, isFrame) {
+  count <- lengths(lists, use.names = FALSE)
+  ok <- count <= 1000L
+  if (any(isFrame)) {
+    ok[isFrame] <- ok[isFrame] & vapply(lists[isFrame], .row_names_info, 0L, type = 1L) <= 1e4
+  }
+  ok[ok] <- lengths(lapply(lists[ok], attr, which = "names", exact = TRUE), use.names = FALSE) <= 1e4
+  if (!any(ok)) return(ok)
+  elements <- unlist(lapply(lists[ok], unclass), recursive = FALSE, use.names = FALSE)
+  owner <- rep(which(ok), count[ok])
+  types <- vapply(elements, typeof, "", USE.NAMES = FALSE)
+  good <- types %in% atomicTypes | types == "NULL"
+  good[types == "character"] <- lengths(elements[types == "character"], use.names = FALSE) <= 1e4
+  atomic <- which(good & types != "NULL")
+  decorated <- atomic[lengths(lapply(elements[atomic], attributes), use.names = FALSE) > 0L]
+  if (length(decorated)) {
+    good[decorated] <- vapply(elements[decorated], sizeIsCheap, NA, depth = 1L, USE.NAMES = FALSE)
+  }
+  nested <- which(types == "list")
+  if (length(nested)) {
+    good[nested] <- vapply(elements[nested], sizeIsCheap, NA, depth = 1L, USE.NAMES = FALSE)
+  }
+  ok[unique(owner[!good])] <- FALSE
+  ok
+}
+
+# Never asks for `attributes()` of a data frame: that expands compact row names.
+sizeIsCheap <- function(x, depth = 0L) {
+  type <- typeof(x)
+  if (type == "character") return(length(x) <= 1e4)
+  if (length(attr(x, "names", exact = TRUE)) > 1e4 || length(attr(x, "levels", exact = TRUE)) > 1e4) {
+    return(FALSE)
+  }
+  if (type %in% atomicTypes || type == "NULL") return(TRUE)
+  if (type != "list" || depth > 2L || length(x) > 1000L) return(FALSE)
+  if (is.data.frame(x) && .row_names_info(x, 1L) > 1e4) return(FALSE)
+  types <- vapply(x, typeof, "", USE.NAMES = FALSE)
+  if (!all(types %in% c(atomicTypes, "NULL", "list"))) return(FALSE)
+  if (any(types == "character" & lengths(x, use.names = FALSE) > 1e4)) return(FALSE)
+  for (i in which(types == "list")) if (!sizeIsCheap(.subset2(x, i), depth + 1L)) return(FALSE)
+  plain <- which(types %in% atomicTypes)
+  if (length(plain)) {
+    decorated <- plain[!vapply(.subset(x, plain), function(el) is.null(attributes(el)), NA,
+                               USE.NAMES = FALSE)]
+    for (i in decorated) if (!sizeIsCheap(.subset2(x, i), depth + 1L)) return(FALSE)
+  }
+  TRUE
+}
+
+# ---- Inspection -------------------------------------------------------------------------------
+# Evaluates a call on `x` from the global environment, so that the user's S3 methods apply.
+withUserMethods <- function(call, x) eval(call, list2env(list(x = x), parent = globalenv()))
+
+# str() of plain vectors and plain data frames without str()'s per-column dispatch, which costs
+# about 0.4 ms a column; anything else returns NULL and goes to utils::str.
+plainStr <- local({
+  vectorLine <- function(x, nestLev, giveLength, width) {
+    if (!is.null(attributes(x))) return(NULL)
+    le <- length(x)
+    if (le < 2L) return(NULL)
+    mod <- switch(typeof(x), double = "num", integer = "int", logical = "logi",
+                  character = "chr", return(NULL))
+    head <- paste0(" ", mod, " ", if (giveLength) paste0("[1:", le, "]"))
+    if (mod == "chr") {
+      maxLen <- max(100L, width %/% 3L + 1L)
+      if (le > maxLen) x <- x[seq_len(maxLen)]
+      enc <- encodeString(strtrim(x, 128L), quote = "\"", na.encode = FALSE)
+      nc <- nchar(enc, type = "w", allowNA = TRUE)
+      if (anyNA(nc) || any(nc > 128L)) return(NULL)
+      # Inside a list or frame, str() passes vec.len on explicitly and no longer fits to the width.
+      vLen <- if (nestLev > 0L) 4L else
+        max(1L, sum(cumsum(1L + nc) < width - (4L + 5L * nestLev + nchar(head, type = "w"))))
+      shown <- paste(enc[seq_len(min(length(enc), vLen))], collapse = " ")
+    } else {
+      vLen <- if (mod == "logi") 6L else if (mod == "int") 10L else {
+        ob <- x[seq_len(min(le, 10L))]
+        ao <- abs(ob <- ob[!is.na(ob)])
+        if (all(ao > 1e-10 | ao == 0) && all(ao < 1e+10 | ao == 0) &&
+            all(abs(ob - signif(ob, 3L)) <= 9e-16 * ao)) 10L else 5L
+      }
+      shown <- paste(format(x[seq_len(min(le, vLen))], digits = 3L, trim = TRUE, drop0trailing = TRUE),
+                     collapse = " ")
+      if (nchar(shown, type = "w") > 128L) return(NULL)
+    }
+    paste0(head, " ", shown, if (le > vLen) " ...")
+  }
+  function(x) {
+    width <- getOption("width")
+    if (is.data.frame(x)) {
+      if (!identical(class(x), "data.frame") ||
+          !all(names(attributes(x)) %in% c("names", "row.names", "class"))) return(NULL)
+      p <- length(x)
+      if (p == 0L || p > 99L || nrow(x) < 2L) return(NULL)
+      nms <- names(x)
+      if (is.null(nms) || anyNA(nms)) return(NULL)
+      nc <- nchar(nms, type = "w", allowNA = TRUE)
+      if (anyNA(nc)) return(NULL)
+      padded <- format(nms, width = max(nc), justify = "left")
+      lines <- character(p)
+      for (i in seq_len(p)) {
+        line <- vectorLine(x[[i]], 1L, FALSE, width)
+        if (is.null(line)) return(NULL)
+        lines[i] <- paste0(" $ ", padded[i], ":", line)
+      }
+      c(paste0("'data.frame':\t", nrow(x), " obs. of  ", p, " variable", if (p != 1L) "s", ":"), lines)
+    } else {
+      vectorLine(x, 0L, TRUE, width)
+    }
+  }
+})
+
+# summary() of a data frame through R's own summary.data.frame, with the per-column summary of
+# plain numbers done without quantile()'s argument handling (most of its cost).
+plainSummary <- local({
+  columnSummary <- function(object, maxsum = 7L, digits, ...) {
+    if (!is.null(attributes(object)) || !(is.double(object) || is.integer(object)) || length(list(...)))
+      return(base::summary(object, maxsum = maxsum, digits = digits, ...))
+    nas <- is.na(object)
+    x <- object[!nas]
+    n <- length(x)
+    if (n == 0L) return(base::summary(object, maxsum = maxsum, digits = digits))
+    # quantile(type = 7) at 0, 1/4, 1/2, 3/4, 1.
+    index <- 1 + (n - 1) * c(0, 0.25, 0.5, 0.75, 1)
+    lo <- floor(index)
+    hi <- ceiling(index)
+    x <- sort(x, partial = unique(c(lo, hi)))
+    qs <- as.double(x[lo])
+    i <- which(index > lo & x[hi] != qs)
+    h <- (index - lo)[i]
+    qs[i] <- (1 - h) * qs[i] + h * x[hi[i]]
+    qq <- signif(c(qs[1L:3L], mean(object[!nas]), qs[4L:5L]), digits)
+    names(qq) <- c("Min.", "1st Qu.", "Median", "Mean", "3rd Qu.", "Max.")
+    if (any(nas)) qq <- c(qq, `NA's` = sum(nas))
+    class(qq) <- c("summaryDefault", "table")
+    qq
+  }
+  frameSummary <- base::summary.data.frame
+  environment(frameSummary) <- list2env(list(summary = columnSummary), parent = asNamespace("base"))
+  frameSummary
+})
+
+request("inspect", function(expr) {
+  x <- evalRequestExpression(expr)
+  # The quick paths stand aside when the user has methods of their own for these generics.
+  userDefines <- function(names) any(vapply(names, exists, NA, envir = globalenv(), inherits = FALSE))
+  strLines <- if (!userDefines(c("str", "str.default", "str.data.frame"))) plainStr(x)
+  if (is.null(strLines)) strLines <- withUserMethods(quote(utils::capture.output(utils::str(x))), x)
+  out <- list(class = I(class(x)), str = boundedText(strLines))
+  plainFrame <- identical(class(x), "data.frame") &&
+    !userDefines(c("summary", "summary.data.frame", "summary.default", "summary.numeric", "summary.double",
+                   "summary.integer", "format", "format.summaryDefault", "print", "print.table"))
+  summaryText <- tryCatch(
+    boundedText(if (plainFrame) utils::capture.output(print(plainSummary(x)))
+                else withUserMethods(quote(utils::capture.output(print(summary(x)))), x)),
+    error = function(e) NULL)
+  if (!is.null(summaryText)) out$summaryText <- summaryText
+  if (is.data.frame(x) || is.matrix(x) || (is.atomic(x) && length(x) > 1L) ||
+      (is.list(x) && !is.environment(x))) {
+    head <- tryCatch(
+      boundedText(withUserMethods(quote(utils::capture.output(print(utils::head(x, 6L)))), x)),
+      error = function(e) NULL)
+    if (!is.null(head)) out$head <- head
+  }
+  out
+})
