@@ -1,21 +1,25 @@
 #include "RmdChunks.h"
 
-#include <QRegularExpression>
+#include "RMarkdownScanner.h"
 
 namespace RmdChunks {
 
 QList<Chunk> all(const QString &text)
 {
-    static const QRegularExpression opener(QStringLiteral("^```+\\s*\\{[rR][ ,}]"));
+    // The highlighting's line scan decides where chunks open and close, so Run All runs what is shown
+    // as R code.
+    using Kind = RMarkdownScanner::LineKind::Case;
     QList<Chunk> chunks;
     const QStringList lines = text.split(u'\n');
-    std::optional<int> open; // zero-based index of the first code line
+    auto state = RMarkdownScanner::LineState::documentStart();
+    std::optional<int> open; // zero-based index of the first code line of an R chunk
     for (int i = 0; i < lines.size(); ++i) {
-        const QString trimmed = lines[i].trimmed();
-        if (!open) {
-            if (opener.match(trimmed).hasMatch())
-                open = i + 1;
-        } else if (trimmed.startsWith(QStringLiteral("```"))) {
+        const auto *units = reinterpret_cast<const char16_t *>(lines[i].constData());
+        const auto [kind, next] = RMarkdownScanner::classify(units, 0, lines[i].size(), state);
+        state = next;
+        if (kind.kind == Kind::chunkHeader && kind.isR) {
+            open = i + 1;
+        } else if (kind.kind == Kind::chunkFence && open) {
             QStringList code;
             for (int j = *open; j < i; ++j)
                 code.append(lines[j]);

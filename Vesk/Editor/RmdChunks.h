@@ -1,5 +1,5 @@
-// The R chunks of an R Markdown document as the run commands take them: a line scan of their own,
-// simpler than the lexer's, which only needs the code and where it stands.
+// The R chunks of an R Markdown document as the run commands take them: their code and where it
+// stands, found by the same line scan as the highlighting's (RMarkdownScanner).
 #pragma once
 
 #include <QList>

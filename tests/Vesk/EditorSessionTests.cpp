@@ -3,6 +3,7 @@
 #include "../VeskCore/QStringPrinting.h"
 #include "Editor/EditorSession.h"
 #include "Editor/RmdChunks.h"
+#include "RSourceSnapshot.h"
 #include "TestSupport.h"
 
 #include <QTextCursor>
@@ -53,6 +54,30 @@ TEST(EditorSessionModel, ChunksAreTheRChunksWithOneBasedLines)
     EXPECT_FALSE(RmdChunks::chunk(4, text).has_value()) << "the header line is not code";
     EXPECT_FALSE(RmdChunks::chunk(13, text).has_value()) << "an empty chunk holds no line";
     EXPECT_FALSE(RmdChunks::chunk(21, text).has_value()) << "an unclosed chunk is not run";
+}
+
+// Fences the run commands' own scan once read otherwise than the highlighting: a line of fewer
+// backticks, or of backticks and text, does not close a chunk (as knitr reads it).
+TEST(EditorSessionModel, RunAllRunsTheLinesTheHighlightingShowsAsRCode)
+{
+    const struct {
+        QString text;
+        QString code;
+    } cases[] = {
+        {u"````{r}\nx <- \"\n```\n\"\n````\n"_qs, u"x <- \"\n```\n\""_qs},
+        {u"```{r}\ns <- \"\n``` not a fence\n\"\n```\nafter\n"_qs, u"s <- \"\n``` not a fence\n\""_qs},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text.toStdString());
+        const QList<RmdChunks::Chunk> chunks = RmdChunks::all(c.text);
+        ASSERT_EQ(chunks.size(), 1);
+        EXPECT_EQ(chunks[0].code, c.code);
+        const RSourceSnapshot highlighting(c.text, RSourceLanguage::rMarkdown);
+        for (qsizetype line = 0; line < highlighting.lineCount(); ++line) {
+            const bool run = line + 1 >= chunks[0].startLine && line + 1 <= chunks[0].endLine;
+            EXPECT_EQ(highlighting.isCode(line), run) << "line " << line + 1;
+        }
+    }
 }
 
 TEST(EditorSessionModel, SmallTextsReachTheBindingAtOnceLargeOnesPerBurst)
