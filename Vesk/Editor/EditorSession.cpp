@@ -4,6 +4,7 @@
 #include "RMarkdownEditing.h"
 #include "RSyntax.h"
 #include "RTokenizer.h"
+#include "RTyping.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QTextBlock>
@@ -14,38 +15,16 @@
 
 namespace {
 
-bool isQuote(char16_t unit)
-{
-    return unit == u'"' || unit == u'\'' || unit == u'`';
-}
-
-bool isCloser(char16_t unit)
-{
-    return unit == u')' || unit == u']' || unit == u'}';
-}
-
-char16_t closerOf(char16_t unit)
-{
-    switch (unit) {
-    case u'(':
-        return u')';
-    case u'[':
-        return u']';
-    case u'{':
-        return u'}';
-    case u'"':
-    case u'\'':
-    case u'`':
-        return unit;
-    default:
-        return 0;
-    }
-}
-
 bool isCommentKind(RTokenKind kind)
 {
     return kind == RTokenKind::comment || kind == RTokenKind::roxygen || kind == RTokenKind::roxygenTag ||
            kind == RTokenKind::sectionMarker;
+}
+
+RTyping::Surroundings surroundings(const EditorSession &session, RTextRange range, TextContext context)
+{
+    return RTyping::Surroundings{session.text(), range, context,
+                                 [&session](qsizetype at) { return session.token(at); }};
 }
 
 // The document keeps block breaks as paragraph separators; the model reads line feeds.
@@ -412,63 +391,21 @@ bool EditorSession::handleTypedCharacter(QChar character)
     if (m_mode == EditorMode::display || m_model.language() == RSourceLanguage::plain)
         return false;
     const RTextRange range = selection();
-    const qsizetype loc = range.location;
-    const qsizetype len = range.length;
-    const TextContext contextHere = context(loc);
+    const TextContext contextHere = context(range.location);
     if (contextHere == TextContext::notApplicable)
         return false;
-    const char16_t next = loc + len < m_text.size() ? m_text.at(loc + len).unicode() : 0;
-    const char16_t prev = loc > 0 ? m_text.at(loc - 1).unicode() : 0;
-
     if (m_configuration.autoCloseBrackets) {
-        // Typing over the closer of a pair.
-        if (len == 0 && (isQuote(c) || isCloser(c)) && next == c) {
-            const auto here = token(loc);
-            if (isQuote(c) && here &&
-                (here->kind == RTokenKind::identifier || here->kind == RTokenKind::string) &&
-                here->length > 1 && here->end() == loc + 1) {
-                setSelection(loc + 1);
-                return true;
-            }
-            if (isCloser(c) && here && here->kind == RTokenKind::bracket) {
-                if (contextHere != TextContext::code)
-                    return false;
-                setSelection(loc + 1);
-                return true;
-            }
-        }
-        if (contextHere != TextContext::code)
-            return false;
-        if (const char16_t closer = closerOf(c)) {
-            if (len > 0) {
-                const QString selected = m_text.mid(loc, len);
-                apply(RTextEdit{loc, len, QString(QChar(c)) + selected + QChar(closer), loc + 1, len});
-                return true;
-            }
-            bool free = next == 0 || next == u'\n' || RTokenizer::isSpace(next) || next == u')' ||
-                        next == u',' || next == u']' || next == u'}' || (isQuote(c) && next == u';');
-            if (free && isQuote(c)) {
-                const bool prevIsPart = prev != 0 && RTokenizer::isIdentifierPart(prev);
-                if (prev == c) {
-                    free = false;
-                } else if (prevIsPart) {
-                    // A lone r or R before a quote opens a raw string.
-                    const bool loneR =
-                        (prev == u'r' || prev == u'R') &&
-                        (loc < 2 || !RTokenizer::isIdentifierPart(m_text.at(loc - 2).unicode()));
-                    free = loneR && next != u';';
-                }
-            }
-            if (free) {
-                apply(RTextEdit{loc, 0, QString(QChar(c)) + QChar(closer), loc + 1, 0});
-                return true;
-            }
-            return false;
+        if (const auto edit = RTyping::typedCharacter(c, surroundings(*this, range, contextHere))) {
+            if (edit->length == 0 && edit->replacement.isEmpty())
+                setSelection(edit->selectionLocation, edit->selectionLength);
+            else
+                apply(*edit);
+            return true;
         }
     }
-    if (isCloser(c) && contextHere == TextContext::code && len == 0) {
+    if (RTyping::isCloser(c) && contextHere == TextContext::code && range.length == 0) {
         const auto snap = snapshot();
-        if (const auto edit = RIndenter::closingBracket(character, *snap, loc)) {
+        if (const auto edit = RIndenter::closingBracket(character, *snap, range.location)) {
             apply(*edit);
             return true;
         }
@@ -478,35 +415,10 @@ bool EditorSession::handleTypedCharacter(QChar character)
 
 std::optional<RTextRange> EditorSession::backwardDeletionRange() const
 {
-    const RTextRange range = selection();
-    const qsizetype loc = range.location;
-    if (range.length > 0 || loc == 0 || m_model.language() == RSourceLanguage::plain ||
-        m_mode == EditorMode::display)
+    if (m_model.language() == RSourceLanguage::plain || m_mode == EditorMode::display)
         return std::nullopt;
-    const char16_t prev = m_text.at(loc - 1).unicode();
-    const char16_t next = loc < m_text.size() ? m_text.at(loc).unicode() : 0;
-    if (m_configuration.autoCloseBrackets && next != 0 && closerOf(prev) == next) {
-        const auto before = token(loc - 1);
-        if (isQuote(prev) ? (before && before->location == loc - 1 && before->length == 2)
-                          : (before && before->kind == RTokenKind::bracket))
-            return RTextRange{loc - 1, 2};
-    }
-    const qsizetype line = m_model.lines().line(loc);
-    const qsizetype lineStart = m_model.lines().start(line);
-    const qsizetype column = loc - lineStart;
-    if (column >= 2) {
-        const QStringView lead = QStringView(m_text).mid(lineStart, column);
-        if (std::all_of(lead.begin(), lead.end(), [](QChar unit) { return unit == u' '; })) {
-            const int tabWidth = std::max(1, m_configuration.tabWidth);
-            qsizetype width = column % tabWidth;
-            if (width == 0)
-                width = tabWidth;
-            width = std::min(width, column);
-            if (width >= 2)
-                return RTextRange{loc - width, width};
-        }
-    }
-    return std::nullopt;
+    return RTyping::backwardDeletion(surroundings(*this, selection(), TextContext::code),
+                                     m_configuration.autoCloseBrackets, m_configuration.tabWidth);
 }
 
 bool EditorSession::handleBackspace()
