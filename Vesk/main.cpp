@@ -1,7 +1,7 @@
 #include "App/BatchRunner.h"
-#include "App/SessionFiles.h"
-#include "App/Settings.h"
 #include "App/Views/AppShell.h"
+#include "Base/SessionFiles.h"
+#include "Base/Settings.h"
 
 #include <QApplication>
 #include <QCoreApplication>

@@ -1,8 +1,8 @@
 // The document store on large and many files: opening a 20 MB script, autosaving a 1 MB and a 20 MB
 // one once dirty (the main thread's part, and until on disk), restoring the 20 MB one from the
 // session, and one check of 200 open files against the disk.
-#include "App/SessionFiles.h"
-#include "App/Settings.h"
+#include "Base/SessionFiles.h"
+#include "Base/Settings.h"
 #include "Documents/DocumentStore.h"
 
 #include <QCoreApplication>

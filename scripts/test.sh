@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Sets up the machine and runs every test: formatting, the unit, model, integration and view tests,
-# the same tests again under AddressSanitizer and UndefinedBehaviorSanitizer, and short fuzz runs.
+# Sets up the machine and runs every test: formatting, the include layers, the unit, model,
+# integration and view tests, the same tests again under AddressSanitizer and
+# UndefinedBehaviorSanitizer, and short fuzz runs.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -62,6 +63,7 @@ fuzz() {
 }
 
 step "clang-format" format_check
+step "include layers" python3 scripts/check-layers.py
 step "build and test" build_and_test
 step "sanitized tests" sanitized
 step "fuzz" fuzz

@@ -1,10 +1,10 @@
 #include "Workspace.h"
 
-#include "AppPaths.h"
+#include "Base/AppPaths.h"
+#include "Base/RecentProjects.h"
+#include "Base/Settings.h"
 #include "Documents/DocumentStore.h"
 #include "RLiteral.h"
-#include "RecentProjects.h"
-#include "Settings.h"
 #include "ToolLocator.h"
 #include "WorkspaceChange.h"
 
@@ -56,9 +56,6 @@ Workspace::Workspace(Settings &settings, QObject *parent)
     m_historySaveTimer.setSingleShot(true);
     m_historySaveTimer.setInterval(1000);
     connect(&m_historySaveTimer, &QTimer::timeout, this, &Workspace::saveHistory);
-    m_plotResizeTimer.setSingleShot(true);
-    m_plotResizeTimer.setInterval(300);
-    connect(&m_plotResizeTimer, &QTimer::timeout, this, &Workspace::plotResizeSettled);
     m_consoleWidthTimer.setSingleShot(true);
     m_consoleWidthTimer.setInterval(250);
     connect(&m_consoleWidthTimer, &QTimer::timeout, this, &Workspace::refreshConsoleWidth);
@@ -84,10 +81,31 @@ bool Workspace::sessionIsLive() const
     }
 }
 
+void Workspace::setUpPlots()
+{
+    m_plots.presentAlert = [this](const Alert &alert) {
+        if (presentAlert)
+            presentAlert(alert);
+    };
+    connect(&m_plots, &WorkspacePlots::showRequested, this, [this] { setInspectorTab(InspectorTab::Plots); });
+    connect(&m_plots, &WorkspacePlots::paletteChanged, this, [this] {
+        if (sessionIsLive() && m_sessionReadyAt)
+            m_plots.refreshTheme();
+    });
+}
+
+void Workspace::setInspectorTab(std::optional<InspectorTab> tab)
+{
+    if (tab == m_inspectorTab)
+        return;
+    m_inspectorTab = tab;
+    emit inspectorTabChanged();
+}
+
 void Workspace::settingChanged(const QString &key)
 {
     if (sessionIsLive() && m_sessionReadyAt) {
-        refreshPlotTheme();
+        m_plots.refreshTheme();
         refreshROptions(false);
     }
 }
@@ -133,7 +151,7 @@ void Workspace::resetSessionState()
     m_attachedPackages.clear();
     ++m_stateRevision;
     m_lastRun.reset();
-    m_plots.reset();
+    m_plots.store().reset();
     emit environmentChanged();
     emit lastRunChanged();
 }
@@ -161,11 +179,11 @@ void Workspace::handle(const SessionEvent &event)
         m_environmentIsCurrent = true;
         m_appliedROptions.clear();
         // R is busy until the prompt that ends the start-up, so these queue and go first.
-        refreshPlotSize();
+        m_plots.refreshSize();
         refreshConsoleWidth();
         // A new R has no theme yet, whatever the last one had.
-        m_appliedPlotTheme.clear();
-        refreshPlotTheme();
+        m_plots.forgetTheme();
+        m_plots.refreshTheme();
         refreshROptions(true);
         emit sessionReady();
         break;
@@ -193,7 +211,11 @@ void Workspace::handle(const SessionEvent &event)
         m_console.append(Item::errorItem(event.error));
         break;
     case Kind::Plot:
-        handlePlotEvent(event);
+        m_plots.handleEvent(event);
+        m_console.append(Item::plot(event.page));
+        // A redraw of an existing page doesn't pull the user away from another tab.
+        if (event.isNew)
+            setInspectorTab(InspectorTab::Plots);
         break;
     case Kind::State:
         applyState(event.state);
@@ -364,8 +386,7 @@ void Workspace::submitConsole()
     }
     if (kind == RSessionStatus::Kind::Debugging && !stripped.isEmpty() &&
         (m_history.isEmpty() || m_history.last().code != stripped)) {
-        m_history.append(
-            {QUuid::createUuid(), stripped, QDateTime::currentDateTime(), std::nullopt});
+        m_history.append({QUuid::createUuid(), stripped, QDateTime::currentDateTime(), std::nullopt});
         if (m_history.size() > historyLimit)
             m_history.remove(0, m_history.size() - historyLimit);
         emit historyChanged();
@@ -515,31 +536,10 @@ void Workspace::refreshROptions(bool startup)
         });
 }
 
-void Workspace::refreshPlotSize()
-{
-    // Nothing to tell R before the plot area has a size.
-    if (m_lastPlotSize.isEmpty())
-        return;
-    const double scale = plotScale();
-    m_session.request(QStringLiteral("setPlotSize"),
-                      {RArgument(double(m_lastPlotSize.width())), RArgument(double(m_lastPlotSize.height())),
-                       RArgument(scale)},
-                      {}, [](const RRequestResult &) {});
-}
-
 void Workspace::refreshConsoleWidth()
 {
     m_session.request(QStringLiteral("setWidth"), {RArgument(m_consoleColumns)}, {},
                       [](const RRequestResult &) {});
-}
-
-void Workspace::plotAreaResized(QSize size)
-{
-    const QSize rounded(int(std::lround(size.width() / 8.0)) * 8, int(std::lround(size.height() / 8.0)) * 8);
-    if (rounded.width() < 120 || rounded.height() < 120 || rounded == m_lastPlotSize)
-        return;
-    m_lastPlotSize = rounded;
-    m_plotResizeTimer.start();
 }
 
 void Workspace::consoleResized(double width, double fontSize)

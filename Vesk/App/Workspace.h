@@ -2,10 +2,11 @@
 // crash limit, restart), dispatches session events, and holds the history of run code.
 #pragma once
 
+#include "Base/Alert.h"
 #include "Console/ConsoleModel.h"
 #include "Console/HistoryStore.h"
-#include "Plots/PlotStore.h"
 #include "Session/RSession.h"
+#include "WorkspacePlots.h"
 
 #include <QColor>
 #include <QDateTime>
@@ -16,8 +17,6 @@
 #include <functional>
 #include <optional>
 
-class CodeEditorController;
-enum class EditorCommand : std::uint8_t;
 class DocumentStore;
 class FileTreeModel;
 class Settings;
@@ -30,14 +29,6 @@ public:
         QDateTime finished;
         bool ok = false;
         std::optional<QString> origin;
-    };
-
-    // A question for the user; the view shows it and reports the index of the chosen button.
-    struct Alert {
-        QString title;
-        QString text;
-        QStringList buttons;
-        std::function<void(int)> onChoice;
     };
 
     enum class HistoryDirection { Back, Forward };
@@ -54,7 +45,7 @@ public:
     ConsoleModel &console() { return m_console; }
     DocumentStore &documents() { return *m_documents; }
     FileTreeModel &files() { return *m_files; }
-    PlotStore &plots() { return m_plots; }
+    WorkspacePlots &plots() { return m_plots; }
     Settings &settings() { return m_settings; }
 
     // How alerts and folder choices reach the user; without them alerts are not shown.
@@ -81,15 +72,6 @@ public:
              int line = 1, RSession::ExecCompletion completion = {});
     void submitConsole();
 
-    // Editor run commands (WorkspaceEditor.cpp): they turn an editor's position into code for R.
-    void perform(EditorCommand command, CodeEditorController &editor);
-    void runLineOrSelection(CodeEditorController &editor);
-    void runSection(CodeEditorController &editor);
-    void runToCursor(CodeEditorController &editor);
-    void runAll(CodeEditorController &editor);
-    void source(CodeEditorController &editor);
-    void knit(CodeEditorController &editor);
-
     void openProject(const QString &path);
     void confirmProjectSwitch(const QString &path);
     void switchProject(const QString &path);
@@ -97,30 +79,9 @@ public:
     void confirmClearWorkspace();
 
     void refreshROptions(bool startup);
-    void refreshPlotSize();
     void refreshConsoleWidth();
-    void plotAreaResized(QSize size);
 
-    // Plots (bodies in WorkspacePlots.cpp).
     enum class InspectorTab { Plots, Help, Viewer };
-    using PlotExportCompletion = std::function<void(bool ok)>;
-    void renderPlot(int page);
-    void zoomPlot(int page, std::optional<PlotZoom> zoom);
-    void removePlot(int page);
-    void clearPlots();
-    // Selects a page still in the store and brings the Plots tab forward: a click on a console thumbnail.
-    void showPlot(int page);
-    void exportPlot(int page, const QString &path, const QString &format, QSizeF points, int dpi,
-                    PlotExportCompletion completion = {});
-    // The kernel's export of a page at its zoom, alone: no setting stored and no alert.
-    void requestPlotExport(int page, const QString &path, const QString &format, QSizeF points, double scale,
-                           std::function<void(const RRequestResult &)> answer);
-    void refreshPlotTheme();
-    const QStringList &appliedPlotTheme() const { return m_appliedPlotTheme; }
-    // The backing scale of rendered plots: the main screen's, or 2 without one.
-    double plotScale() const;
-    // The window's accent colour for the plot theme; without it, the application palette's highlight.
-    std::function<QColor()> plotAccent;
     // None while the inspector area shows a pane of its own (the workspace list).
     std::optional<InspectorTab> inspectorTab() const { return m_inspectorTab; }
     void setInspectorTab(std::optional<InspectorTab> tab);
@@ -153,7 +114,6 @@ public:
     bool consoleAskMode() const { return m_consoleAskMode; }
     void setConsoleAskMode(bool on);
     const std::optional<QString> &startupProblem() const { return m_startupProblem; }
-    QSize lastPlotSize() const { return m_lastPlotSize; }
     int consoleColumns() const { return m_consoleColumns; }
     // The input's placeholder for the current state.
     QString consolePlaceholder() const;
@@ -184,13 +144,11 @@ private:
     void endDocumentSession();
     bool sessionIsLive() const;
     void setUpPlots();
-    void handlePlotEvent(const SessionEvent &event);
-    void plotResizeSettled();
 
     Settings &m_settings;
     RSession m_session;
     ConsoleModel m_console;
-    PlotStore m_plots;
+    WorkspacePlots m_plots{m_session, m_settings};
 
     QList<REnvObject> m_environment;
     bool m_environmentIsCurrent = false;
@@ -203,7 +161,6 @@ private:
     QString m_consoleInput;
     bool m_consoleAskMode = false;
     std::optional<QString> m_startupProblem;
-    QSize m_lastPlotSize;
 
     std::optional<QString> m_historyProjectPath;
     bool m_historyLoaded = false;
@@ -213,8 +170,6 @@ private:
     QList<QDateTime> m_automaticRestarts;
     std::optional<qsizetype> m_historyCursor;
     QString m_historyDraft;
-    QTimer m_plotResizeTimer;
-    QStringList m_appliedPlotTheme;
     std::optional<InspectorTab> m_inspectorTab;
     QTimer m_consoleWidthTimer;
     int m_consoleColumns = 100;

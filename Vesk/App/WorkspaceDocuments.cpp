@@ -1,8 +1,8 @@
 // Workspace: the document store and the project's file tree.
+#include "Base/SessionFiles.h"
 #include "Documents/DocumentStore.h"
 #include "Files/FileTreeModel.h"
 #include "RLiteral.h"
-#include "SessionFiles.h"
 #include "Workspace.h"
 
 #include <QFileInfo>
@@ -10,7 +10,14 @@
 void Workspace::setUpDocuments()
 {
     m_documents = new DocumentStore(m_settings, this);
-    m_documents->setWorkspace(this);
+    connect(this, &Workspace::projectChanged, m_documents,
+            [this] { m_documents->setProjectFolder(m_projectPath); });
+    // R may let go of what a closed view pinned; a busy R keeps it until the session ends.
+    connect(m_documents, &DocumentStore::dataViewClosed, this, [this](const QString &expr, bool pinned) {
+        if (pinned && m_session.status().kind == RSessionStatus::Kind::Idle)
+            m_session.request(QStringLiteral("dropView"), {RArgument(expr)}, {},
+                              [](const RRequestResult &) {});
+    });
     // The window answers through the workspace's presenter unless it sets one for the store.
     m_documents->presentAlert = [this](const Alert &alert) {
         if (presentAlert)

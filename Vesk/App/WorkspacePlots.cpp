@@ -1,10 +1,8 @@
-// The workspace's plot operations: the store fed by "plot" events, renders at the pane's size and
-// zoom, removal, export, and the theme R draws with.
-#include "Workspace.h"
+#include "WorkspacePlots.h"
 
+#include "Base/Settings.h"
 #include "PlotGeometry.h"
 #include "Plots/PlotTheme.h"
-#include "Settings.h"
 
 #include <QEvent>
 #include <QGuiApplication>
@@ -12,9 +10,11 @@
 #include <QPointer>
 #include <QScreen>
 
+#include <cmath>
+
 namespace {
 
-// Tells the workspace when the application's palette (and with it the accent) changes.
+// Tells when the application's palette (and with it the accent) changes.
 class PaletteWatcher : public QObject {
 public:
     PaletteWatcher(QObject *parent, std::function<void()> changed)
@@ -50,130 +50,137 @@ RArgument limits(const std::optional<PlotZoom> &zoom, bool x)
 
 } // namespace
 
-void Workspace::setUpPlots()
+WorkspacePlots::WorkspacePlots(RSession &session, Settings &settings, QObject *parent)
+    : QObject(parent), m_session(session), m_settings(settings)
 {
-    QGuiApplication *app = guiApplication();
-    if (!app)
-        return;
-    app->installEventFilter(new PaletteWatcher(this, [this] {
-        if (sessionIsLive() && m_sessionReadyAt)
-            refreshPlotTheme();
-    }));
+    m_resizeTimer.setSingleShot(true);
+    m_resizeTimer.setInterval(300);
+    connect(&m_resizeTimer, &QTimer::timeout, this, &WorkspacePlots::resizeSettled);
+    if (QGuiApplication *app = guiApplication())
+        app->installEventFilter(new PaletteWatcher(this, [this] { emit paletteChanged(); }));
 }
 
-double Workspace::plotScale() const
+double WorkspacePlots::scale() const
 {
     const QScreen *screen = guiApplication() ? QGuiApplication::primaryScreen() : nullptr;
     return screen ? screen->devicePixelRatio() : 2.0;
 }
 
-void Workspace::setInspectorTab(std::optional<InspectorTab> tab)
+void WorkspacePlots::handleEvent(const SessionEvent &event)
 {
-    if (tab == m_inspectorTab)
-        return;
-    m_inspectorTab = tab;
-    emit inspectorTabChanged();
-}
-
-void Workspace::handlePlotEvent(const SessionEvent &event)
-{
-    const PlotStore::Page *page = m_plots.page(event.page);
+    const PlotStore::Page *page = m_store.page(event.page);
     // The event's picture is at full extent: a zoomed page is drawn again at its zoom instead.
     if (page && page->zoom)
-        renderPlot(event.page);
+        render(event.page);
     else
-        m_plots.update(event.page, event.file, event.isNew, PlotGeometry::fromJSON(event.geometry));
-    m_console.append(ConsoleModel::Item::plot(event.page));
-    // A redraw of an existing page doesn't pull the user away from another tab.
-    if (event.isNew)
-        setInspectorTab(InspectorTab::Plots);
+        m_store.update(event.page, event.file, event.isNew, PlotGeometry::fromJSON(event.geometry));
 }
 
-void Workspace::plotResizeSettled()
+void WorkspacePlots::resizeSettled()
 {
-    refreshPlotSize();
-    if (const auto selected = m_plots.selectedPage())
-        renderPlot(*selected);
+    refreshSize();
+    if (const auto selected = m_store.selectedPage())
+        render(*selected);
 }
 
-void Workspace::renderPlot(int page)
+void WorkspacePlots::refreshSize()
 {
-    const PlotStore::Page *current = m_plots.page(page);
+    // Nothing to tell R before the plot area has a size.
+    if (m_lastSize.isEmpty())
+        return;
+    m_session.request(
+        QStringLiteral("setPlotSize"),
+        {RArgument(double(m_lastSize.width())), RArgument(double(m_lastSize.height())), RArgument(scale())},
+        {}, [](const RRequestResult &) {});
+}
+
+void WorkspacePlots::areaResized(QSize size)
+{
+    const QSize rounded(int(std::lround(size.width() / 8.0)) * 8, int(std::lround(size.height() / 8.0)) * 8);
+    if (rounded.width() < 120 || rounded.height() < 120 || rounded == m_lastSize)
+        return;
+    m_lastSize = rounded;
+    m_resizeTimer.start();
+}
+
+void WorkspacePlots::render(int page)
+{
+    const PlotStore::Page *current = m_store.page(page);
     const std::optional<PlotZoom> zoom = current ? current->zoom : std::nullopt;
     // A size of zero leaves the kernel at the size it was last told.
     m_session.request(
         QStringLiteral("renderPlot"),
-        {RArgument(page), RArgument(double(m_lastPlotSize.width())),
-         RArgument(double(m_lastPlotSize.height())), RArgument(plotScale())},
+        {RArgument(page), RArgument(double(m_lastSize.width())), RArgument(double(m_lastSize.height())),
+         RArgument(scale())},
         {{QStringLiteral("xlim"), limits(zoom, true)}, {QStringLiteral("ylim"), limits(zoom, false)}},
-        [self = QPointer<Workspace>(this), page, zoom](const RRequestResult &result) {
+        [self = QPointer<WorkspacePlots>(this), page, zoom](const RRequestResult &result) {
             if (!self || !result.ok())
                 return;
             const std::optional<QString> file = result.value()[u"file"].stringValue();
             if (!file)
                 return;
             // Zoomed again meanwhile: a newer render is on its way.
-            const PlotStore::Page *now = self->m_plots.page(page);
+            const PlotStore::Page *now = self->m_store.page(page);
             if (!now || now->zoom != zoom)
                 return;
-            self->m_plots.update(page, *file, false, PlotGeometry::fromJSON(result.value()[u"info"]));
+            self->m_store.update(page, *file, false, PlotGeometry::fromJSON(result.value()[u"info"]));
         });
 }
 
-void Workspace::zoomPlot(int page, std::optional<PlotZoom> zoom)
+void WorkspacePlots::zoom(int page, std::optional<PlotZoom> zoom)
 {
-    const PlotStore::Page *current = m_plots.page(page);
+    const PlotStore::Page *current = m_store.page(page);
     if (!current || current->zoom == zoom)
         return;
-    m_plots.setZoom(zoom, page);
-    renderPlot(page);
+    m_store.setZoom(zoom, page);
+    render(page);
 }
 
-void Workspace::removePlot(int page)
+void WorkspacePlots::remove(int page)
 {
-    m_plots.remove(page);
+    m_store.remove(page);
     m_session.request(QStringLiteral("removePlot"), {RArgument(page)}, {}, [](const RRequestResult &) {});
 }
 
-void Workspace::clearPlots()
+void WorkspacePlots::clear()
 {
-    m_plots.reset();
+    m_store.reset();
     m_session.request(QStringLiteral("clearPlots"), {}, {}, [](const RRequestResult &) {});
 }
 
-void Workspace::showPlot(int page)
+void WorkspacePlots::show(int page)
 {
-    if (!m_plots.page(page))
+    if (!m_store.page(page))
         return;
-    m_plots.select(page);
-    setInspectorTab(InspectorTab::Plots);
+    m_store.select(page);
+    emit showRequested();
 }
 
-void Workspace::exportPlot(int page, const QString &path, const QString &format, QSizeF points, int dpi,
-                           PlotExportCompletion completion)
+void WorkspacePlots::exportImage(int page, const QString &path, const QString &format, QSizeF points, int dpi,
+                                 ExportCompletion completion)
 {
     m_settings.setValue(Settings::plotExportDPI, dpi);
-    requestPlotExport(page, path, format, points, dpi / 72.0,
-                      [self = QPointer<Workspace>(this), completion](const RRequestResult &result) {
-                          if (!self)
-                              return;
-                          if (!result.ok() && self->presentAlert) {
-                              Alert alert;
-                              alert.title = QStringLiteral("The plot could not be exported.");
-                              if (result.error().kind == RSessionError::Kind::RError)
-                                  alert.text = result.error().text;
-                              alert.buttons = {QStringLiteral("OK")};
-                              self->presentAlert(alert);
-                          }
-                          if (completion)
-                              completion(result.ok());
-                      });
+    requestExport(page, path, format, points, dpi / 72.0,
+                  [self = QPointer<WorkspacePlots>(this), completion](const RRequestResult &result) {
+                      if (!self)
+                          return;
+                      if (!result.ok() && self->presentAlert) {
+                          Alert alert;
+                          alert.title = QStringLiteral("The plot could not be exported.");
+                          if (result.error().kind == RSessionError::Kind::RError)
+                              alert.text = result.error().text;
+                          alert.buttons = {QStringLiteral("OK")};
+                          self->presentAlert(alert);
+                      }
+                      if (completion)
+                          completion(result.ok());
+                  });
 }
 
-void Workspace::requestPlotExport(int page, const QString &path, const QString &format, QSizeF points,
-                                  double scale, std::function<void(const RRequestResult &)> answer)
+void WorkspacePlots::requestExport(int page, const QString &path, const QString &format, QSizeF points,
+                                   double scale, std::function<void(const RRequestResult &)> answer)
 {
-    const PlotStore::Page *current = m_plots.page(page);
+    const PlotStore::Page *current = m_store.page(page);
     const std::optional<PlotZoom> zoom = current ? current->zoom : std::nullopt;
     m_session.request(QStringLiteral("exportPlot"),
                       {RArgument(page), RArgument(path), RArgument(format), RArgument(points.width()),
@@ -184,22 +191,22 @@ void Workspace::requestPlotExport(int page, const QString &path, const QString &
                       std::move(answer));
 }
 
-void Workspace::refreshPlotTheme()
+void WorkspacePlots::refreshTheme()
 {
     const bool modern = PlotTheme::isModern(m_settings);
     QColor windowAccent;
-    if (plotAccent)
-        windowAccent = plotAccent();
+    if (accent)
+        windowAccent = accent();
     else if (guiApplication())
         windowAccent = QGuiApplication::palette().color(QPalette::Highlight);
-    const QColor accent = PlotTheme::accent(windowAccent);
-    const QStringList palette = PlotTheme::paletteHex(accent);
-    const QString accentHex = PlotTheme::hex(accent);
+    const QColor themeAccent = PlotTheme::accent(windowAccent);
+    const QStringList palette = PlotTheme::paletteHex(themeAccent);
+    const QString accentHex = PlotTheme::hex(themeAccent);
     const QStringList theme =
         QStringList{modern ? QStringLiteral("true") : QStringLiteral("false"), accentHex} + palette;
-    if (theme == m_appliedPlotTheme)
+    if (theme == m_appliedTheme)
         return;
-    m_appliedPlotTheme = theme;
+    m_appliedTheme = theme;
     m_session.request(QStringLiteral("setTheme"),
                       {RArgument(modern), RArgument(accentHex), RArgument(palette)}, {},
                       [](const RRequestResult &) {});

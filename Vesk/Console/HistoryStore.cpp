@@ -1,6 +1,6 @@
 #include "HistoryStore.h"
 
-#include "App/SessionFiles.h"
+#include "Base/SessionFiles.h"
 
 #include <QDir>
 #include <QFile>

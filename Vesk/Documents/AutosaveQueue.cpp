@@ -1,6 +1,6 @@
 #include "Documents/AutosaveQueue.h"
 
-#include "App/SessionFiles.h"
+#include "Base/SessionFiles.h"
 #include "SerialQueue.h"
 
 #include <QHash>

@@ -1,7 +1,7 @@
 #include "DocumentStore.h"
 
-#include "App/RecentProjects.h"
-#include "App/Settings.h"
+#include "Base/RecentProjects.h"
+#include "Base/Settings.h"
 #include "DecodedText.h"
 #include "TextFileCodec.h"
 
@@ -139,11 +139,6 @@ EditorDocument *DocumentStore::script(const QString &path) const
         if (entry.script && entry.script->path() && *entry.script->path() == wanted)
             return entry.script;
     return nullptr;
-}
-
-std::optional<QString> DocumentStore::projectFolder() const
-{
-    return m_workspace ? m_workspace->projectPath() : std::nullopt;
 }
 
 void DocumentStore::ask(const Alert &alert)
@@ -702,10 +697,7 @@ void DocumentStore::remove(const QUuid &id)
         return;
     const OpenItem entry = m_items.takeAt(index);
     if (entry.data) {
-        if (entry.data->holdsPinnedObject() && m_workspace &&
-            m_workspace->session().status().kind == RSessionStatus::Kind::Idle)
-            m_workspace->session().request(QStringLiteral("dropView"), {RArgument(entry.data->expr())}, {},
-                                           [](const RRequestResult &) {});
+        emit dataViewClosed(entry.data->expr(), entry.data->holdsPinnedObject());
         entry.data->deleteLater();
     }
     if (entry.script) {

@@ -4,9 +4,9 @@
 // them; so do the open and save dialogs.
 #pragma once
 
-#include "App/SessionFiles.h"
-#include "App/Workspace.h"
 #include "AutosaveQueue.h"
+#include "Base/Alert.h"
+#include "Base/SessionFiles.h"
 #include "DataDocument.h"
 #include "EditorDocument.h"
 #include "FileTypes.h"
@@ -35,7 +35,6 @@ struct OpenItem {
 class DocumentStore : public QObject {
     Q_OBJECT
 public:
-    using Alert = Workspace::Alert;
     using Completion = std::function<void(bool)>;
 
     // Files above this many bytes are not opened in the editor; decimal on purpose.
@@ -48,8 +47,9 @@ public:
     explicit DocumentStore(Settings &settings, QObject *parent = nullptr);
     ~DocumentStore() override;
 
-    void setWorkspace(Workspace *workspace) { m_workspace = workspace; }
-    Workspace *workspace() const { return m_workspace; }
+    // The folder of the open project, where open and save dialogs start; the workspace keeps it.
+    void setProjectFolder(const std::optional<QString> &folder) { m_projectFolder = folder; }
+    const std::optional<QString> &projectFolder() const { return m_projectFolder; }
 
     // How the store reaches the user. Unset hooks mean: no question can be asked (nothing is
     // discarded then), no dialog chosen, no beep.
@@ -126,6 +126,8 @@ signals:
     void selectionChanged();
     // Show the line of a document (one-based), as error links and the debugger ask.
     void revealRequested(EditorDocument *document, int line);
+    // A data view went; R may let go of the object it pinned.
+    void dataViewClosed(const QString &expr, bool heldPinnedObject);
 
 private:
     FileOpenRoute routeByType(const QString &path) const;
@@ -137,7 +139,6 @@ private:
     void addItem(const OpenItem &item, std::optional<qsizetype> replacing = std::nullopt);
     void adopt(EditorDocument *document);
     void addRecentFile(const QString &path);
-    std::optional<QString> projectFolder() const;
 
     void saveTo(QPointer<EditorDocument> document, const QString &target, bool chosenInDialog,
                 Completion done);
@@ -150,7 +151,7 @@ private:
     void watchFiles();
 
     Settings &m_settings;
-    QPointer<Workspace> m_workspace;
+    std::optional<QString> m_projectFolder;
     QList<OpenItem> m_items;
     std::optional<QUuid> m_selectedID;
     int m_untitledCounter = 0;

@@ -1,6 +1,6 @@
 #include "EditorConfiguration.h"
 
-#include "App/Settings.h"
+#include "Base/Settings.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "PlotExportOptions.h"
 
-#include "App/Settings.h"
+#include "Base/Settings.h"
 
 #include <QLocale>
 

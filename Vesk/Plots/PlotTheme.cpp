@@ -1,6 +1,6 @@
 #include "PlotTheme.h"
 
-#include "App/Settings.h"
+#include "Base/Settings.h"
 
 namespace PlotTheme {
 

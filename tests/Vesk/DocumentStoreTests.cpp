@@ -1,8 +1,8 @@
 // The document store against files in a temporary folder: byte-exact round trips, outside
 // changes, the questions of saving and closing, and autosave with restore after a crash.
-#include "App/RecentProjects.h"
-#include "App/SessionFiles.h"
-#include "App/Settings.h"
+#include "Base/RecentProjects.h"
+#include "Base/SessionFiles.h"
+#include "Base/Settings.h"
 #include "Documents/DocumentStore.h"
 #include "TestSupport.h"
 #include "TextFileCodec.h"
@@ -46,7 +46,7 @@ struct StoreFixture {
     QTemporaryDir dir;
     std::unique_ptr<Settings> settings;
     std::unique_ptr<DocumentStore> store;
-    QList<DocumentStore::Alert> alerts;
+    QList<Alert> alerts;
     QStringList externallyOpened;
     std::optional<QString> savePath;
     int beeps = 0;
@@ -60,7 +60,7 @@ struct StoreFixture {
     std::unique_ptr<DocumentStore> makeStore()
     {
         auto made = std::make_unique<DocumentStore>(*settings);
-        made->presentAlert = [this](const DocumentStore::Alert &alert) { alerts.append(alert); };
+        made->presentAlert = [this](const Alert &alert) { alerts.append(alert); };
         made->openExternally = [this](const QString &path) {
             externallyOpened.append(path);
             return true;
@@ -91,7 +91,7 @@ struct StoreFixture {
     void answer(const QString &button)
     {
         ASSERT_FALSE(alerts.isEmpty());
-        const DocumentStore::Alert alert = alerts.takeLast();
+        const Alert alert = alerts.takeLast();
         const qsizetype index = alert.buttons.indexOf(button);
         ASSERT_GE(index, 0) << button.toStdString();
         alert.onChoice(int(index));

@@ -1,4 +1,4 @@
-#include "App/Settings.h"
+#include "Base/Settings.h"
 #include "Plots/PlotExportOptions.h"
 #include "Plots/PlotStore.h"
 

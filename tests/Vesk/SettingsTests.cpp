@@ -1,6 +1,6 @@
 // Settings: defaults for an empty store, typed reads of stored text, and the change notification.
-#include "App/RecentProjects.h"
-#include "App/Settings.h"
+#include "Base/RecentProjects.h"
+#include "Base/Settings.h"
 
 #include <QTemporaryDir>
 

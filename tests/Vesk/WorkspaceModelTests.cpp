@@ -1,6 +1,6 @@
 // Workspace driven with session events and commands, without R.
-#include "App/RecentProjects.h"
-#include "App/SessionFiles.h"
+#include "Base/RecentProjects.h"
+#include "Base/SessionFiles.h"
 #include "Console/HistoryStore.h"
 #include "WorkspaceTestSupport.h"
 
@@ -74,8 +74,8 @@ TEST(WorkspaceLifecycle, StalledStartNotesAndOffersARestartWithoutProfile)
 {
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
-    std::optional<Workspace::Alert> shown;
-    w.presentAlert = [&](const Workspace::Alert &alert) { shown = alert; };
+    std::optional<Alert> shown;
+    w.presentAlert = [&](const Alert &alert) { shown = alert; };
     w.kernelPath = u"/nonexistent/kernel.R"_qs;
 
     SessionEvent stalled = eventOf(SessionEvent::Kind::StartupStalled);
@@ -178,8 +178,8 @@ TEST(WorkspaceCommands, ClearWorkspaceAsksWithTheCount)
 {
     IsolatedWorkspace f;
     Workspace &w = *f.workspace;
-    std::optional<Workspace::Alert> shown;
-    w.presentAlert = [&](const Workspace::Alert &alert) { shown = alert; };
+    std::optional<Alert> shown;
+    w.presentAlert = [&](const Alert &alert) { shown = alert; };
     SessionEvent state = eventOf(SessionEvent::Kind::State);
     state.state.env = {numericValue(u"x"_qs, 1), numericValue(u"y"_qs, 1)};
     w.handle(state);

@@ -2,8 +2,8 @@
 // objects its environment list is fed with.
 #pragma once
 
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
 
 #include <QStandardPaths>
 #include <QTemporaryDir>

@@ -1,7 +1,7 @@
 // The real `vesk` on a private X server, typed into with xdotool and killed with SIGKILL: the next
 // start must bring back the texts typed up to five seconds before the kill, the tabs and the
 // selection; and the R of a killed Vesk must not run on.
-#include "App/SessionFiles.h"
+#include "Base/SessionFiles.h"
 #include "TestSupport.h"
 
 #include <QDir>

@@ -1,8 +1,8 @@
 // The workspace's plot operations against a real R: events into the store and the console, resize
 // with its debounce, zoom and its re-renders, removal, export and the theme sent to the kernel; the
 // pane's suggestions and its page window with R's vector drawing.
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
 #include "LiveWorkspace.h"
 #include "Plots/Views/PlotWindow.h"
 #include "Plots/Views/PlotsPane.h"
@@ -24,13 +24,13 @@ namespace {
 struct PlotWorkspace : LiveWorkspace {
     // What R answers to a line of code, trimmed.
     QString printed(const QString &code) { return run(code).output.trimmed(); }
-    const PlotStore::Page *page(int id) { return workspace.plots().page(id); }
+    const PlotStore::Page *page(int id) { return workspace.plots().store().page(id); }
     // Waits for the page's picture to change from `revision`.
     bool redrawn(int id, int revision)
     {
         return TestSupport::waitUntil([&] { return page(id) && page(id)->revision > revision; }, 30s);
     }
-    QSize pixels(int id) { return page(id) ? workspace.plots().image(id).size() : QSize(); }
+    QSize pixels(int id) { return page(id) ? workspace.plots().store().image(id).size() : QSize(); }
     QList<int> consolePlots()
     {
         QList<int> pages;
@@ -56,15 +56,15 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
     Workspace &w = f.workspace;
     ASSERT_TRUE(f.start());
     // Rounded to multiples of 8; the debounce then tells R the size.
-    w.plotAreaResized(QSize(403, 301));
-    EXPECT_EQ(w.lastPlotSize(), QSize(400, 304));
+    w.plots().areaResized(QSize(403, 301));
+    EXPECT_EQ(w.plots().lastSize(), QSize(400, 304));
     TestSupport::spin(400ms);
     ASSERT_TRUE(f.idle());
 
     ASSERT_TRUE(f.run(QStringLiteral("plot(mtcars$wt, mtcars$mpg)")).ok);
-    ASSERT_EQ(w.plots().pages().size(), 1);
-    EXPECT_EQ(w.plots().selectedPage(), 1);
-    EXPECT_EQ(f.pixels(1), scaled(QSize(400, 304), w.plotScale())) << "drawn at the pane's size";
+    ASSERT_EQ(w.plots().store().pages().size(), 1);
+    EXPECT_EQ(w.plots().store().selectedPage(), 1);
+    EXPECT_EQ(f.pixels(1), scaled(QSize(400, 304), w.plots().scale())) << "drawn at the pane's size";
     ASSERT_TRUE(f.page(1)->geometry);
     EXPECT_EQ(f.page(1)->geometry->points.size(), 32);
     EXPECT_EQ(f.consolePlots(), QList<int>{1});
@@ -80,12 +80,12 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
     // Zoom: the page is drawn again within the window.
     const PlotZoom zoom{{2, 4}, {15, 25}};
     int revision = f.page(1)->revision;
-    w.zoomPlot(1, zoom);
+    w.plots().zoom(1, zoom);
     EXPECT_EQ(f.page(1)->zoom, zoom);
     ASSERT_TRUE(f.redrawn(1, revision));
     ASSERT_TRUE(f.page(1)->geometry);
     EXPECT_EQ(f.page(1)->geometry->window, zoom);
-    w.zoomPlot(1, zoom);
+    w.plots().zoom(1, zoom);
     EXPECT_TRUE(f.idle());
     EXPECT_EQ(f.page(1)->revision, revision + 1) << "the same zoom draws nothing";
 
@@ -101,8 +101,8 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
     // Two zooms in quick succession: the first answer is dropped, only the second counts.
     revision = f.page(1)->revision;
     const PlotZoom narrower{{2.5, 3.5}, {18, 22}};
-    w.zoomPlot(1, PlotZoom{{2, 5}, {12, 30}});
-    w.zoomPlot(1, narrower);
+    w.plots().zoom(1, PlotZoom{{2, 5}, {12, 30}});
+    w.plots().zoom(1, narrower);
     ASSERT_TRUE(f.redrawn(1, revision));
     ASSERT_TRUE(f.idle());
     TestSupport::spin(100ms);
@@ -111,7 +111,7 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
 
     // Reset returns to the figure's own limits.
     revision = f.page(1)->revision;
-    w.zoomPlot(1, std::nullopt);
+    w.plots().zoom(1, std::nullopt);
     ASSERT_TRUE(f.redrawn(1, revision));
     EXPECT_EQ(f.page(1)->geometry->window, full);
 
@@ -119,14 +119,14 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
     ASSERT_TRUE(f.idle());
     revision = f.page(1)->revision;
     for (int width : {420, 450, 500, 560})
-        w.plotAreaResized(QSize(width, 400));
-    w.plotAreaResized(QSize(100, 500));
-    EXPECT_EQ(w.lastPlotSize(), QSize(560, 400));
+        w.plots().areaResized(QSize(width, 400));
+    w.plots().areaResized(QSize(100, 500));
+    EXPECT_EQ(w.plots().lastSize(), QSize(560, 400));
     ASSERT_TRUE(f.redrawn(1, revision));
     TestSupport::spin(500ms);
     ASSERT_TRUE(f.idle());
     EXPECT_EQ(f.page(1)->revision, revision + 1);
-    EXPECT_EQ(f.pixels(1), scaled(QSize(560, 400), w.plotScale()));
+    EXPECT_EQ(f.pixels(1), scaled(QSize(560, 400), w.plots().scale()));
 }
 
 TEST(WorkspacePlots, RemovalClearingAndHundredPages)
@@ -135,55 +135,55 @@ TEST(WorkspacePlots, RemovalClearingAndHundredPages)
     Workspace &w = f.workspace;
     ASSERT_TRUE(f.start());
     ASSERT_TRUE(f.run(QStringLiteral("for (i in 1:100) plot(i, main = i)")).ok);
-    ASSERT_EQ(w.plots().pages().size(), 100);
+    ASSERT_EQ(w.plots().store().pages().size(), 100);
     for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(w.plots().pages()[i].id, i + 1);
-    EXPECT_EQ(w.plots().selectedPage(), 100);
+        ASSERT_EQ(w.plots().store().pages()[i].id, i + 1);
+    EXPECT_EQ(w.plots().store().selectedPage(), 100);
     EXPECT_EQ(f.consolePlots().size(), 100);
 
     // Removing the selected last page selects the one before it, here and in the kernel.
-    w.removePlot(100);
-    EXPECT_EQ(w.plots().selectedPage(), 99);
+    w.plots().remove(100);
+    EXPECT_EQ(w.plots().store().selectedPage(), 99);
     ASSERT_TRUE(f.idle());
     EXPECT_EQ(f.printed(QStringLiteral("cat(exists(\"100\", envir = .vesk$plotPages))")),
               QStringLiteral("FALSE"));
-    w.plots().step(-1);
-    w.removePlot(50);
-    EXPECT_EQ(w.plots().selectedPage(), 98) << "removing another page keeps the selection";
+    w.plots().store().step(-1);
+    w.plots().remove(50);
+    EXPECT_EQ(w.plots().store().selectedPage(), 98) << "removing another page keeps the selection";
 
-    w.clearPlots();
-    EXPECT_TRUE(w.plots().pages().isEmpty());
-    EXPECT_FALSE(w.plots().selectedPage());
+    w.plots().clear();
+    EXPECT_TRUE(w.plots().store().pages().isEmpty());
+    EXPECT_FALSE(w.plots().store().selectedPage());
     ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
-    ASSERT_EQ(w.plots().pages().size(), 1);
-    EXPECT_EQ(w.plots().pages()[0].id, 101) << "the kernel never gives a number out twice";
+    ASSERT_EQ(w.plots().store().pages().size(), 1);
+    EXPECT_EQ(w.plots().store().pages()[0].id, 101) << "the kernel never gives a number out twice";
     EXPECT_EQ(f.printed(QStringLiteral("cat(ls(.vesk$plotPages))")), QStringLiteral("101"));
 
     // A restart starts a new history.
     w.restartR();
-    EXPECT_TRUE(w.plots().pages().isEmpty());
+    EXPECT_TRUE(w.plots().store().pages().isEmpty());
     ASSERT_TRUE(f.idle());
     ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
-    EXPECT_EQ(w.plots().selectedPage(), 1);
+    EXPECT_EQ(w.plots().store().selectedPage(), 1);
 }
 
 TEST(WorkspacePlots, ThemeAndExport)
 {
-    QList<Workspace::Alert> alerts; // outlives the workspace that reports into it
+    QList<Alert> alerts; // outlives the workspace that reports into it
     PlotWorkspace f;
     Workspace &w = f.workspace;
-    w.presentAlert = [&](const Workspace::Alert &alert) { alerts.append(alert); };
+    w.presentAlert = [&](const Alert &alert) { alerts.append(alert); };
     // A graphite accent can't carry a chart: the kernel gets blue.
-    w.plotAccent = [] { return QColor(0x8E, 0x8E, 0x93); };
+    w.plots().accent = [] { return QColor(0x8E, 0x8E, 0x93); };
     ASSERT_TRUE(f.start());
-    ASSERT_GE(w.appliedPlotTheme().size(), 3);
-    EXPECT_EQ(w.appliedPlotTheme()[1], QStringLiteral("#007AFF"));
+    ASSERT_GE(w.plots().appliedTheme().size(), 3);
+    EXPECT_EQ(w.plots().appliedTheme()[1], QStringLiteral("#007AFF"));
     EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$accent, .vesk$plotTheme$palette[1:2])")),
               QStringLiteral("#007AFF #007AFF #007AFF"));
 
     // Nothing changed: nothing is sent (what R was told meanwhile stays).
     ASSERT_TRUE(f.run(QStringLiteral(".vesk$plotTheme$accent <- \"#123456\"")).ok);
-    w.refreshPlotTheme();
+    w.plots().refreshTheme();
     ASSERT_TRUE(f.idle());
     EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$accent)")), QStringLiteral("#123456"));
 
@@ -191,9 +191,9 @@ TEST(WorkspacePlots, ThemeAndExport)
     f.settings.setValue(Settings::modernPlots, false);
     ASSERT_TRUE(f.idle());
     EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$modern)")), QStringLiteral("FALSE"));
-    w.plotAccent = [] { return QColor(0xE0, 0x10, 0x20); };
+    w.plots().accent = [] { return QColor(0xE0, 0x10, 0x20); };
     f.settings.setValue(Settings::modernPlots, true);
-    w.refreshPlotTheme();
+    w.plots().refreshTheme();
     ASSERT_TRUE(f.idle());
     EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$modern, .vesk$plotTheme$accent)")),
               QStringLiteral("TRUE #E01020"));
@@ -201,12 +201,13 @@ TEST(WorkspacePlots, ThemeAndExport)
     // Export of a zoomed page: the file has the pixels the resolution implies, and the resolution
     // becomes the setting.
     ASSERT_TRUE(f.run(QStringLiteral("plot(cars)")).ok);
-    const int page = *w.plots().selectedPage();
-    w.zoomPlot(page, PlotZoom{{5, 15}, {0, 40}});
+    const int page = *w.plots().store().selectedPage();
+    w.plots().zoom(page, PlotZoom{{5, 15}, {0, 40}});
     ASSERT_TRUE(f.idle());
     std::optional<bool> exported;
     const QString png = f.dir.filePath(QStringLiteral("cars.png"));
-    w.exportPlot(page, png, QStringLiteral("png"), QSizeF(504, 360), 300, [&](bool ok) { exported = ok; });
+    w.plots().exportImage(page, png, QStringLiteral("png"), QSizeF(504, 360), 300,
+                          [&](bool ok) { exported = ok; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
     EXPECT_TRUE(*exported);
     EXPECT_EQ(QImage(png).size(), QSize(2100, 1500)); // 7 by 5 inches at 300 DPI
@@ -215,8 +216,8 @@ TEST(WorkspacePlots, ThemeAndExport)
     EXPECT_TRUE(alerts.isEmpty());
 
     exported.reset();
-    w.exportPlot(page, f.dir.filePath(QStringLiteral("missing/folder/cars.pdf")), QStringLiteral("pdf"),
-                 QSizeF(504, 360), 144, [&](bool ok) { exported = ok; });
+    w.plots().exportImage(page, f.dir.filePath(QStringLiteral("missing/folder/cars.pdf")),
+                          QStringLiteral("pdf"), QSizeF(504, 360), 144, [&](bool ok) { exported = ok; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
     EXPECT_FALSE(*exported);
     ASSERT_EQ(alerts.size(), 1);

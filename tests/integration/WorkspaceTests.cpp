@@ -1,8 +1,11 @@
 // Workspace against a real R: runs, settings that reach R, quitting, the crash limit.
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
+#include "Documents/DocumentStore.h"
 #include "LiveWorkspace.h"
 #include "TestSupport.h"
+
+#include <QDir>
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -68,4 +71,47 @@ TEST(WorkspaceLive, QuitAndCrashesRestartUntilTheLimit)
     f.workspace.restartR();
     ASSERT_TRUE(f.idle()) << f.workspace.console().transcript(5, 2000).toStdString();
     f.workspace.shutDown();
+}
+
+TEST(WorkspaceLive, AProjectsDataViewsHoldWhatTheyShowUntilTheirTabsClose)
+{
+    LiveWorkspace live;
+    const QString project = live.dir.filePath(QStringLiteral("project"));
+    ASSERT_TRUE(QDir().mkpath(project));
+    live.workspace.openProject(project);
+    ASSERT_TRUE(live.idle());
+    DocumentStore &documents = live.workspace.documents();
+    EXPECT_EQ(documents.projectFolder(), std::optional<QString>(project));
+
+    const auto classOf = [&](const QString &expr) {
+        std::optional<RRequestResult> answer;
+        live.workspace.session().request(QStringLiteral("inspect"), {RArgument(expr)}, {},
+                                         [&](const RRequestResult &result) { answer = result; });
+        TestSupport::waitUntil([&] { return answer.has_value(); }, 30s);
+        return answer && answer->ok() ? answer->value()[u"class"][0].stringValue().value_or(QString())
+                                      : QString();
+    };
+    // A view of a global name leaves the name alone; one of a value the kernel held lets it go.
+    const struct {
+        QString code;
+        bool held;
+        QString classAfterClosing;
+    } cases[] = {
+        {QStringLiteral("cars2 <- cars; View(cars2)"), false, QStringLiteral("data.frame")},
+        {QStringLiteral("View(head(cars), \"Top\")"), true, QStringLiteral("NULL")},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.code.toStdString());
+        ASSERT_TRUE(live.run(c.code).ok);
+        ASSERT_TRUE(
+            TestSupport::waitUntil([&] { return documents.selected() && documents.selected()->data; }, 30s));
+        const DataDocument *view = documents.selected()->data;
+        const QUuid id = view->id();
+        const QString expr = view->expr();
+        EXPECT_EQ(view->holdsPinnedObject(), c.held);
+        EXPECT_EQ(classOf(expr), QStringLiteral("data.frame"));
+        documents.close(id);
+        EXPECT_FALSE(documents.item(id));
+        EXPECT_EQ(classOf(expr), c.classAfterClosing);
+    }
 }

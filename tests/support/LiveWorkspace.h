@@ -2,8 +2,8 @@
 // tests against it need.
 #pragma once
 
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
 #include "TestSupport.h"
 
 #include <QStandardPaths>

@@ -83,7 +83,7 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
     ConsoleFixture f;
     f.draw(1, QColor(200, 30, 30));
     f.draw(2, QColor(30, 30, 200));
-    EXPECT_EQ(f.workspace->plots().selectedPage(), 2);
+    EXPECT_EQ(f.workspace->plots().store().selectedPage(), 2);
     EXPECT_FALSE(f.transcript()->toPlainText().contains(QStringLiteral("[plot"))) << "no text stand-in";
 
     // Each shows its own page's picture.
@@ -109,19 +109,19 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
     // A click on the first one while the user reads the workspace list: page 1, in front.
     f.window->inspector()->setCurrentWidget(f.window->workspacePane());
     f.click(*first);
-    EXPECT_EQ(f.workspace->plots().selectedPage(), 1);
+    EXPECT_EQ(f.workspace->plots().store().selectedPage(), 1);
     EXPECT_EQ(f.window->inspector()->currentWidget(), f.window->plotsPane());
     EXPECT_EQ(f.window->plotsPane()->pageLabel()->text(), QStringLiteral("1 / 2"));
 
     // A removed page: its item stays, as a frame that neither shows a picture nor selects anything.
-    f.workspace->removePlot(1);
+    f.workspace->plots().remove(1);
     QApplication::processEvents();
     const auto removed = f.thumbnail(1);
     ASSERT_TRUE(removed);
     const QColor frame = f.shown(*removed);
     EXPECT_LT(frame.red() - frame.green(), 40) << "not the red picture";
     f.click(*removed);
-    EXPECT_EQ(f.workspace->plots().selectedPage(), 2);
+    EXPECT_EQ(f.workspace->plots().store().selectedPage(), 2);
 
     // A redrawn page shows its new picture in the same place.
     f.draw(2, QColor(30, 160, 30));
@@ -130,7 +130,7 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
     EXPECT_LT(green.blue(), 90);
 
     // Emptied, as by a restart of R that numbers from 1 again: a new page 2 is not the old one's.
-    f.workspace->plots().reset();
+    f.workspace->plots().store().reset();
     f.workspace->console().begin(QStringLiteral("e1"), QStringLiteral("plot(2)"), ExecOrigin::console());
     f.draw(2, QColor(30, 160, 30));
     const auto before = f.thumbnail(2);

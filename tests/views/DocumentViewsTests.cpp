@@ -26,11 +26,11 @@
 namespace {
 
 struct DocumentWindow : OffscreenWindow {
-    QList<Workspace::Alert> alerts;
+    QList<Alert> alerts;
 
     DocumentWindow()
     {
-        store().presentAlert = [this](const Workspace::Alert &alert) { alerts.append(alert); };
+        store().presentAlert = [this](const Alert &alert) { alerts.append(alert); };
         window->show();
     }
     DocumentStore &store() { return workspace->documents(); }

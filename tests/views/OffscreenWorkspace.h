@@ -2,9 +2,9 @@
 // no history written, so that nothing of the user's is read or changed.
 #pragma once
 
-#include "App/Settings.h"
 #include "App/Views/MainWindow.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
 
 #include <QStandardPaths>
 #include <QTemporaryDir>

@@ -44,13 +44,15 @@ struct PaneFixture : OffscreenWorkspace {
         image.fill(Qt::white);
         const QString file = dir.filePath(QStringLiteral("plot-%1.png").arg(id));
         image.save(file);
-        workspace->plots().update(id, file, true, PlotGeometry::fromJSON(*JSONValue::parse(geometryJSON)));
+        workspace->plots().store().update(id, file, true,
+                                          PlotGeometry::fromJSON(*JSONValue::parse(geometryJSON)));
     }
     PlotInteractionOverlay *overlay() const { return pane->overlay(); }
     QPointF viewPoint(double x, double y) const
     {
         return *workspace->plots()
-                    .page(*workspace->plots().selectedPage())
+                    .store()
+                    .page(*workspace->plots().store().selectedPage())
                     ->geometry->viewPoint(x, y, overlay()->imageRect());
     }
     void mouse(QEvent::Type type, QPointF at, Qt::MouseButton button = Qt::NoButton,
@@ -81,7 +83,7 @@ TEST(PlotsPaneView, PagesHoverZoomAndSize)
 
     // The canvas's size reaches the workspace, rounded.
     const QSize canvas = f.pane->canvas()->size();
-    EXPECT_EQ(f.workspace->lastPlotSize(),
+    EXPECT_EQ(f.workspace->plots().lastSize(),
               QSize(qRound(canvas.width() / 8.0) * 8, qRound(canvas.height() / 8.0) * 8));
 
     // Near a point: its values. Elsewhere in the plot: the coordinates under the pointer.
@@ -97,32 +99,32 @@ TEST(PlotsPaneView, PagesHoverZoomAndSize)
     EXPECT_TRUE(f.overlay()->calloutLines().isEmpty());
 
     // A drag zooms the page; a double click returns to the whole plot.
-    const int page = *f.workspace->plots().selectedPage();
+    const int page = *f.workspace->plots().store().selectedPage();
     EXPECT_FALSE(f.pane->resetZoomButton()->isVisible());
     f.mouse(QEvent::MouseButtonPress, f.viewPoint(2, 2), Qt::LeftButton, Qt::LeftButton);
     f.mouse(QEvent::MouseMove, f.viewPoint(4, 4), Qt::NoButton, Qt::LeftButton);
     f.mouse(QEvent::MouseMove, f.viewPoint(6, 6), Qt::NoButton, Qt::LeftButton);
     EXPECT_TRUE(f.overlay()->calloutLines().isEmpty()) << "no hover while dragging";
     f.mouse(QEvent::MouseButtonRelease, f.viewPoint(6, 6), Qt::LeftButton, Qt::NoButton);
-    const auto zoom = f.workspace->plots().page(page)->zoom;
+    const auto zoom = f.workspace->plots().store().page(page)->zoom;
     ASSERT_TRUE(zoom);
     EXPECT_NEAR(zoom->x.from, 2, 0.1);
     EXPECT_NEAR(zoom->x.to, 6, 0.1);
     EXPECT_NEAR(zoom->y.from, 2, 0.1);
     EXPECT_TRUE(f.pane->resetZoomButton()->isVisible());
     f.mouse(QEvent::MouseButtonDblClick, f.viewPoint(5, 5), Qt::LeftButton, Qt::LeftButton);
-    EXPECT_FALSE(f.workspace->plots().page(page)->zoom);
+    EXPECT_FALSE(f.workspace->plots().store().page(page)->zoom);
     EXPECT_FALSE(f.pane->resetZoomButton()->isVisible());
 
     // A short click is no drag.
     f.mouse(QEvent::MouseButtonPress, f.viewPoint(2, 2), Qt::LeftButton, Qt::LeftButton);
     f.mouse(QEvent::MouseMove, f.viewPoint(2, 2) + QPointF(2, 1), Qt::NoButton, Qt::LeftButton);
     f.mouse(QEvent::MouseButtonRelease, f.viewPoint(2, 2) + QPointF(2, 1), Qt::LeftButton, Qt::NoButton);
-    EXPECT_FALSE(f.workspace->plots().page(page)->zoom);
+    EXPECT_FALSE(f.workspace->plots().store().page(page)->zoom);
 
-    f.workspace->removePlot(page);
+    f.workspace->plots().remove(page);
     EXPECT_EQ(f.pane->pageLabel()->text(), QStringLiteral("1 / 1"));
-    f.workspace->clearPlots();
+    f.workspace->plots().clear();
     EXPECT_FALSE(f.pane->canvas()->isVisible());
 }
 
@@ -147,7 +149,7 @@ TEST(PlotsPaneView, ANewPageBringsThePlotsTabForward)
     event.isNew = false;
     workspace.handle(event);
     EXPECT_EQ(window.inspector()->currentWidget(), window.workspacePane());
-    EXPECT_EQ(workspace.plots().pages().size(), 1) << "an unreadable picture still makes a page";
+    EXPECT_EQ(workspace.plots().store().pages().size(), 1) << "an unreadable picture still makes a page";
 }
 
 TEST(PlotsPaneView, WindowSwapsItsPictureForAVectorDrawing)

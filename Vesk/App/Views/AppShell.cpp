@@ -1,9 +1,9 @@
 #include "AppShell.h"
 
-#include "App/RecentProjects.h"
-#include "App/Settings.h"
 #include "App/Workspace.h"
 #include "Appearance.h"
+#include "Base/RecentProjects.h"
+#include "Base/Settings.h"
 #include "Console/Views/ConsoleView.h"
 #include "Documents/DocumentStore.h"
 #include "MainWindow.h"

@@ -1,8 +1,8 @@
 #include "MainWindow.h"
 
-#include "App/RecentProjects.h"
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/RecentProjects.h"
+#include "Base/Settings.h"
 #include "Console/Views/ConsoleView.h"
 #include "Plots/Views/PlotsPane.h"
 #include "WorkspacePane.h"
@@ -57,7 +57,7 @@ MainWindow::MainWindow(Workspace &workspace, Settings &settings, QWidget *parent
     buildMenus();
 
     // Alerts may come from inside a session event: they open without a nested event loop.
-    m_workspace.presentAlert = [this](const Workspace::Alert &alert) {
+    m_workspace.presentAlert = [this](const Alert &alert) {
         auto *box = new QMessageBox(this);
         box->setAttribute(Qt::WA_DeleteOnClose);
         box->setIcon(QMessageBox::Warning);

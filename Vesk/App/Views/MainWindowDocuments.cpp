@@ -1,7 +1,8 @@
 // MainWindow: the document tabs, the file tree, their menu commands and the dialogs of the store.
-#include "App/RecentProjects.h"
-#include "App/Settings.h"
+#include "App/EditorRun.h"
 #include "App/Workspace.h"
+#include "Base/RecentProjects.h"
+#include "Base/Settings.h"
 #include "Documents/DocumentStore.h"
 #include "Documents/Views/DocumentTabs.h"
 #include "Editor/CodeEditorController.h"
@@ -24,7 +25,7 @@
 QWidget *MainWindow::buildDocumentArea(QWidget *console)
 {
     m_fileTree = new FileTreeView(m_workspace, this);
-    m_tabs = new DocumentTabs(m_workspace.documents(), this);
+    m_tabs = new DocumentTabs(m_workspace.documents(), &m_workspace, this);
     auto *column = new QSplitter(Qt::Vertical, this);
     column->addWidget(m_tabs);
     column->addWidget(console);
@@ -127,7 +128,7 @@ void MainWindow::addCodeMenu()
         action->setShortcut(shortcut);
         connect(action, &QAction::triggered, this, [this, selectedEditor, command] {
             if (CodeEditorController *editor = selectedEditor())
-                m_workspace.perform(command, *editor);
+                EditorRun::perform(m_workspace, command, *editor);
         });
         return action;
     };
@@ -146,7 +147,7 @@ void MainWindow::addCodeMenu()
     knit->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_K));
     connect(knit, &QAction::triggered, this, [this, selectedEditor] {
         if (CodeEditorController *editor = selectedEditor())
-            m_workspace.knit(*editor);
+            EditorRun::knit(m_workspace, *editor);
     });
     code->addSeparator();
     auto edit = [&](const QString &title, QKeySequence shortcut, auto act) {

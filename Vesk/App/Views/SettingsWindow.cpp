@@ -1,6 +1,6 @@
 #include "SettingsWindow.h"
 
-#include "App/Settings.h"
+#include "Base/Settings.h"
 #include "ToolLocator.h"
 
 #include <QCheckBox>

@@ -1,7 +1,7 @@
 #include "ConsoleView.h"
 
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
 #include "ConsoleInput.h"
 #include "ConsoleTranscriptView.h"
 
@@ -59,8 +59,8 @@ ConsoleView::ConsoleView(Workspace &workspace, QWidget *parent) : QWidget(parent
     layout->addLayout(inputRow);
 
     m_transcript->setModel(&m_workspace.console());
-    m_transcript->setPlots(&m_workspace.plots());
-    connect(m_transcript, &ConsoleTranscriptView::plotActivated, &m_workspace, &Workspace::showPlot);
+    m_transcript->setPlots(&m_workspace.plots().store());
+    connect(m_transcript, &ConsoleTranscriptView::plotActivated, &m_workspace.plots(), &WorkspacePlots::show);
     m_transcript->viewport()->installEventFilter(this);
 
     connect(m_input, &QPlainTextEdit::textChanged, this, [this] {

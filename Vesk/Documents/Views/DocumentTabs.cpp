@@ -9,7 +9,8 @@
 #include <QLabel>
 #include <QTabBar>
 
-DocumentTabs::DocumentTabs(DocumentStore &store, QWidget *parent) : QTabWidget(parent), m_store(store)
+DocumentTabs::DocumentTabs(DocumentStore &store, Workspace *workspace, QWidget *parent)
+    : QTabWidget(parent), m_store(store), m_workspace(workspace)
 {
     setTabsClosable(true);
     setDocumentMode(true);
@@ -46,9 +47,8 @@ QWidget *DocumentTabs::editorView(const QUuid &id) const
 
 QWidget *DocumentTabs::createEditorView(EditorDocument &document)
 {
-    // The R editor needs the workspace to run code; a store without one (tests) gets plain text.
-    if (Workspace *workspace = m_store.workspace())
-        return new ScriptEditorView(*workspace, document);
+    if (m_workspace)
+        return new ScriptEditorView(*m_workspace, document);
     return new PlainTextEditorView(document);
 }
 

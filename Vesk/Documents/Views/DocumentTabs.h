@@ -10,11 +10,13 @@
 class DataDocument;
 class DocumentStore;
 class EditorDocument;
+class Workspace;
 
 class DocumentTabs : public QTabWidget {
     Q_OBJECT
 public:
-    explicit DocumentTabs(DocumentStore &store, QWidget *parent = nullptr);
+    // Scripts open in the R editor when there is a workspace to run their code, else as plain text.
+    DocumentTabs(DocumentStore &store, Workspace *workspace, QWidget *parent = nullptr);
 
     // The widget of an open item's tab.
     QWidget *page(const QUuid &id) const { return m_pages.value(id); }
@@ -33,6 +35,7 @@ private:
     void updateTitle(EditorDocument *document);
 
     DocumentStore &m_store;
+    Workspace *m_workspace;
     QHash<QUuid, QWidget *> m_pages;
     bool m_syncing = false;
 };

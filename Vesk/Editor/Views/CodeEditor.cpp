@@ -1,7 +1,7 @@
 #include "CodeEditor.h"
 
-#include "App/Settings.h"
 #include "App/Views/Appearance.h"
+#include "Base/Settings.h"
 
 #include <QApplication>
 #include <QFontDatabase>

@@ -1,5 +1,6 @@
 #include "CodeEditorPane.h"
 
+#include "App/EditorRun.h"
 #include "App/Workspace.h"
 #include "CodeEditor.h"
 #include "Editor/CodeEditorController.h"
@@ -34,7 +35,7 @@ CodeEditorPane::CodeEditorPane(Workspace *workspace, QWidget *parent) : QWidget(
         QPointer<Workspace> target(workspace);
         m_editor->session()->onCommand = [this, target](EditorCommand command) {
             if (target)
-                target->perform(command, *m_controller);
+                EditorRun::perform(*target, command, *m_controller);
         };
     }
 }

@@ -1,7 +1,7 @@
 #include "PlotsPane.h"
 
-#include "App/Settings.h"
 #include "App/Workspace.h"
+#include "Base/Settings.h"
 #include "PlotInteractionOverlay.h"
 #include "PlotWindow.h"
 #include "Plots/PlotExportOptions.h"
@@ -138,13 +138,13 @@ PlotsPane::PlotsPane(Workspace &workspace, QWidget *parent) : QWidget(parent), m
     m_overlay->setContextMenuPolicy(Qt::NoContextMenu);
     m_overlay->onZoom = [this](const PlotZoom &zoom) {
         if (const auto page = selected())
-            m_workspace.zoomPlot(*page, zoom);
+            m_workspace.plots().zoom(*page, zoom);
     };
     m_overlay->onDoubleClick = [this] {
         const auto page = selected();
         if (!page)
             return;
-        const PlotStore::Page *p = m_workspace.plots().page(*page);
+        const PlotStore::Page *p = m_workspace.plots().store().page(*page);
         if (p && p->zoom)
             resetZoom();
         else
@@ -166,14 +166,14 @@ PlotsPane::PlotsPane(Workspace &workspace, QWidget *parent) : QWidget(parent), m
     layout->addLayout(bar);
     layout->addWidget(m_stack, 1);
 
-    PlotStore &plots = m_workspace.plots();
+    PlotStore &plots = m_workspace.plots().store();
     connect(m_previous, &QToolButton::clicked, &plots, [&plots] { plots.step(-1); });
     connect(m_next, &QToolButton::clicked, &plots, [&plots] { plots.step(1); });
     connect(m_resetZoom, &QToolButton::clicked, this, &PlotsPane::resetZoom);
     connect(m_open, &QToolButton::clicked, this, &PlotsPane::openInWindow);
     connect(m_remove, &QToolButton::clicked, this, [this] {
         if (const auto page = selected())
-            m_workspace.removePlot(*page);
+            m_workspace.plots().remove(*page);
     });
     connect(&plots, &PlotStore::changed, this, &PlotsPane::refresh);
     refresh();
@@ -181,12 +181,12 @@ PlotsPane::PlotsPane(Workspace &workspace, QWidget *parent) : QWidget(parent), m
 
 std::optional<int> PlotsPane::selected() const
 {
-    return m_workspace.plots().selectedPage();
+    return m_workspace.plots().store().selectedPage();
 }
 
 void PlotsPane::refresh()
 {
-    const PlotStore &plots = m_workspace.plots();
+    const PlotStore &plots = m_workspace.plots().store();
     const auto index = plots.selectedIndex();
     const PlotStore::Page *page = index ? &plots.pages()[*index] : nullptr;
     const qsizetype count = plots.pages().size();
@@ -208,12 +208,12 @@ void PlotsPane::refresh()
     if (page->id != m_shownPage || page->revision != m_shownRevision) {
         // A page drawn for another pane size (before a resize, or while the pane was hidden) is
         // drawn again for this one when it is stepped to.
-        const QSize expected = m_workspace.lastPlotSize() * m_workspace.plotScale();
+        const QSize expected = m_workspace.plots().lastSize() * m_workspace.plots().scale();
         const QSize drawn = page->imageSize;
         if (page->id != m_shownPage && !expected.isEmpty() && !drawn.isEmpty() &&
             (std::abs(drawn.width() - expected.width()) > 1 ||
              std::abs(drawn.height() - expected.height()) > 1))
-            m_workspace.renderPlot(page->id);
+            m_workspace.plots().render(page->id);
         m_image = plots.image(page->id);
         m_shownPage = page->id;
         m_shownRevision = page->revision;
@@ -240,7 +240,7 @@ bool PlotsPane::eventFilter(QObject *watched, QEvent *event)
     case QEvent::Show:
         m_overlay->setGeometry(m_canvas->rect());
         if (m_canvas->isVisible())
-            m_workspace.plotAreaResized(m_canvas->size());
+            m_workspace.plots().areaResized(m_canvas->size());
         break;
     default:
         break;
@@ -253,7 +253,7 @@ void PlotsPane::fillMenu(QMenu *menu)
     const auto page = selected();
     if (!page)
         return;
-    const PlotStore::Page *p = m_workspace.plots().page(*page);
+    const PlotStore::Page *p = m_workspace.plots().store().page(*page);
     if (p && p->zoom)
         connect(menu->addAction(QStringLiteral("Reset Zoom")), &QAction::triggered, this,
                 &PlotsPane::resetZoom);
@@ -266,15 +266,15 @@ void PlotsPane::fillMenu(QMenu *menu)
                 [this, page = *page, word = format.word] { exportPage(page, word); });
     menu->addSeparator();
     connect(menu->addAction(QStringLiteral("Remove Plot")), &QAction::triggered, this,
-            [this, page = *page] { m_workspace.removePlot(page); });
-    connect(menu->addAction(QStringLiteral("Clear All Plots")), &QAction::triggered, &m_workspace,
-            &Workspace::clearPlots);
+            [this, page = *page] { m_workspace.plots().remove(page); });
+    connect(menu->addAction(QStringLiteral("Clear All Plots")), &QAction::triggered, &m_workspace.plots(),
+            &WorkspacePlots::clear);
 }
 
 void PlotsPane::resetZoom()
 {
     if (const auto page = selected())
-        m_workspace.zoomPlot(*page, std::nullopt);
+        m_workspace.plots().zoom(*page, std::nullopt);
 }
 
 PlotWindow *PlotsPane::openInWindow()
@@ -284,15 +284,15 @@ PlotWindow *PlotsPane::openInWindow()
         return nullptr;
     // The size the picture was drawn at, in points: the vector drawing has the same layout. A page
     // whose picture could not be read still opens, at the size the pane last drew at.
-    QSize points = m_image.isNull() ? m_workspace.lastPlotSize()
-                                    : (QSizeF(m_image.size()) / m_workspace.plotScale()).toSize();
+    QSize points = m_image.isNull() ? m_workspace.plots().lastSize()
+                                    : (QSizeF(m_image.size()) / m_workspace.plots().scale()).toSize();
     if (points.isEmpty())
         points = QSize(504, 504);
     auto *window = new PlotWindow(*page, m_image, points, this);
     window->show();
     const QString path = QDir::temp().filePath(
         QStringLiteral("vesk-plot-%1.pdf").arg(QUuid::createUuid().toString(QUuid::WithoutBraces)));
-    m_workspace.requestPlotExport(
+    m_workspace.plots().requestExport(
         *page, path, QStringLiteral("pdf"), QSizeF(points), 1.0,
         [window = QPointer<PlotWindow>(window), path](const RRequestResult &result) {
             QByteArray pdf;
@@ -313,9 +313,10 @@ void PlotsPane::exportPage(int page, const QString &word)
 {
     const auto format = std::find_if(exportFormats().begin(), exportFormats().end(),
                                      [&](const ExportFormat &f) { return f.word == word; });
-    if (format == exportFormats().end() || !m_workspace.plots().page(page))
+    if (format == exportFormats().end() || !m_workspace.plots().store().page(page))
         return;
-    const QSize shown = m_workspace.lastPlotSize().isEmpty() ? QSize(504, 504) : m_workspace.lastPlotSize();
+    const QSize shown =
+        m_workspace.plots().lastSize().isEmpty() ? QSize(504, 504) : m_workspace.plots().lastSize();
     PlotExportOptions options(QSizeF(shown), m_workspace.settings());
 
     const QString folder = m_workspace.projectPath().value_or(m_workspace.workingDirectory());
@@ -357,5 +358,5 @@ void PlotsPane::exportPage(int page, const QString &word)
     }
     if (!path)
         return;
-    m_workspace.exportPlot(page, *path, format->word, options.points(), options.dpi);
+    m_workspace.plots().exportImage(page, *path, format->word, options.points(), options.dpi);
 }

@@ -1,10 +1,11 @@
-// The editor's run commands: each turns a position in an editor into code and hands it to `run`.
-#include "Workspace.h"
+#include "EditorRun.h"
 
 #include "Editor/CodeEditorController.h"
+#include "Editor/EditorCommand.h"
 #include "Editor/RmdChunks.h"
 #include "RLiteral.h"
 #include "ToolLocator.h"
+#include "Workspace.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -47,23 +48,23 @@ void saveThen(CodeEditorController &editor, std::function<void(bool)> then)
 
 } // namespace
 
-void Workspace::perform(EditorCommand command, CodeEditorController &editor)
+void EditorRun::perform(Workspace &workspace, EditorCommand command, CodeEditorController &editor)
 {
     switch (command) {
     case EditorCommand::runLineOrSelection:
-        runLineOrSelection(editor);
+        runLineOrSelection(workspace, editor);
         break;
     case EditorCommand::runSection:
-        runSection(editor);
+        runSection(workspace, editor);
         break;
     case EditorCommand::runAll:
-        runAll(editor);
+        runAll(workspace, editor);
         break;
     case EditorCommand::runToCursor:
-        runToCursor(editor);
+        runToCursor(workspace, editor);
         break;
     case EditorCommand::source:
-        source(editor);
+        source(workspace, editor);
         break;
     case EditorCommand::inlineAssist:
     case EditorCommand::submit:
@@ -72,13 +73,13 @@ void Workspace::perform(EditorCommand command, CodeEditorController &editor)
     }
 }
 
-void Workspace::runLineOrSelection(CodeEditorController &editor)
+void EditorRun::runLineOrSelection(Workspace &workspace, CodeEditorController &editor)
 {
     if (!flushed(editor))
         return;
     const CodeEditorController::Code selected = editor.selectedCode();
     if (!selected.text.trimmed().isEmpty()) {
-        run(selected.text, originOf(editor), fileOf(editor), selected.startLine);
+        workspace.run(selected.text, originOf(editor), fileOf(editor), selected.startLine);
         return;
     }
     const CodeEditorController::Code statement = editor.currentStatement();
@@ -86,71 +87,73 @@ void Workspace::runLineOrSelection(CodeEditorController &editor)
     const bool isFence =
         editor.language() == RSourceLanguage::rMarkdown && trimmed.startsWith(QStringLiteral("```"));
     if (!trimmed.isEmpty() && !isFence)
-        run(statement.text, originOf(editor), fileOf(editor), statement.startLine);
+        workspace.run(statement.text, originOf(editor), fileOf(editor), statement.startLine);
     editor.moveCursorToNextStatement();
 }
 
-void Workspace::runSection(CodeEditorController &editor)
+void EditorRun::runSection(Workspace &workspace, CodeEditorController &editor)
 {
     if (!flushed(editor))
         return;
     const CodeEditorController::Code section = editor.currentSection();
-    run(section.text, originOf(editor), fileOf(editor), section.startLine);
+    workspace.run(section.text, originOf(editor), fileOf(editor), section.startLine);
 }
 
-void Workspace::runToCursor(CodeEditorController &editor)
+void EditorRun::runToCursor(Workspace &workspace, CodeEditorController &editor)
 {
     if (!flushed(editor))
         return;
     const CodeEditorController::Code code = editor.textUpToCursor();
-    run(code.text, originOf(editor), fileOf(editor), code.startLine);
+    workspace.run(code.text, originOf(editor), fileOf(editor), code.startLine);
 }
 
-void Workspace::runAll(CodeEditorController &editor)
+void EditorRun::runAll(Workspace &workspace, CodeEditorController &editor)
 {
     if (!flushed(editor))
         return;
     const QString text = editor.text();
     if (editor.language() == RSourceLanguage::rMarkdown) {
         for (const RmdChunks::Chunk &chunk : RmdChunks::all(text))
-            run(chunk.code, originOf(editor), fileOf(editor), chunk.startLine);
+            workspace.run(chunk.code, originOf(editor), fileOf(editor), chunk.startLine);
         return;
     }
-    run(text, originOf(editor), fileOf(editor), 1);
+    workspace.run(text, originOf(editor), fileOf(editor), 1);
 }
 
-void Workspace::source(CodeEditorController &editor)
+void EditorRun::source(Workspace &workspace, CodeEditorController &editor)
 {
     if (!flushed(editor))
         return;
     if (editor.language() == RSourceLanguage::rMarkdown) {
-        knit(editor);
+        knit(workspace, editor);
         return;
     }
     QPointer<CodeEditorController> target(&editor);
-    auto afterSave = [this, target](bool written) {
-        if (!written || !target)
+    auto afterSave = [self = QPointer<Workspace>(&workspace), target](bool written) {
+        if (!written || !target || !self)
             return;
+        Workspace &workspace = *self;
         if (target->language() == RSourceLanguage::plain || !target->filePath) {
-            runAll(*target);
+            runAll(workspace, *target);
             return;
         }
         const QString code =
             QStringLiteral("source(%1, encoding = %2)")
                 .arg(RLiteral::string(*target->filePath), RLiteral::string(target->encodingName));
-        run(code, originOf(*target), std::nullopt, 1);
+        workspace.run(code, originOf(*target), std::nullopt, 1);
     };
     saveThen(editor, afterSave);
 }
 
-void Workspace::knit(CodeEditorController &editor)
+void EditorRun::knit(Workspace &workspace, CodeEditorController &editor)
 {
     if (!flushed(editor))
         return;
     QPointer<CodeEditorController> target(&editor);
-    saveThen(editor, [this, target](bool written) {
-        if (!written || !target || !target->filePath)
+    saveThen(editor, [self = QPointer<Workspace>(&workspace), target](bool written) {
+        if (!written || !target || !target->filePath || !self)
             return;
+        Workspace &workspace = *self;
         const QString path = *target->filePath;
         const QFileInfo file(path);
         const QString html = file.dir().filePath(file.completeBaseName() + QStringLiteral(".html"));
@@ -164,7 +167,7 @@ void Workspace::knit(CodeEditorController &editor)
                        "messages are above.\", call. = FALSE)\n  browseURL(") +
                    RLiteral::string(html) + QStringLiteral(")\n})");
         } else if (!ToolLocator::pandocDirectory()) {
-            console().note(
+            workspace.console().note(
                 QStringLiteral("Pandoc is needed to knit. R Markdown uses Pandoc to turn a report into "
                                "HTML. Install it once, then the report knits right away. It is the "
                                "distribution’s package “pandoc”; or Download Pandoc: "
@@ -175,17 +178,20 @@ void Workspace::knit(CodeEditorController &editor)
                    QStringLiteral(", envir = new.env(parent = globalenv()), quiet = TRUE))");
         }
         const QString title = target->title;
-        run(code, originOf(*target), std::nullopt, 1, [this, title, html](const ExecResult &result) {
-            if (result.ok) {
-                console().note(QStringLiteral("Knitted %1 to %2").arg(title, html));
-                return;
-            }
-            if (result.interrupted)
-                return;
-            QString message = result.error ? result.error->message : result.output.trimmed();
-            if (message.isEmpty())
-                message = QStringLiteral("See the console for details.");
-            console().note(QStringLiteral("“%1” did not knit. %2").arg(title, message));
-        });
+        workspace.run(code, originOf(*target), std::nullopt, 1,
+                      [self, title, html](const ExecResult &result) {
+                          if (!self)
+                              return;
+                          if (result.ok) {
+                              self->console().note(QStringLiteral("Knitted %1 to %2").arg(title, html));
+                              return;
+                          }
+                          if (result.interrupted)
+                              return;
+                          QString message = result.error ? result.error->message : result.output.trimmed();
+                          if (message.isEmpty())
+                              message = QStringLiteral("See the console for details.");
+                          self->console().note(QStringLiteral("“%1” did not knit. %2").arg(title, message));
+                      });
     });
 }
