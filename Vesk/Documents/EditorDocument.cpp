@@ -80,19 +80,19 @@ QString EditorDocument::title() const
     return QStringLiteral("Untitled %1").arg(m_untitledIndex);
 }
 
-CodeLanguage EditorDocument::language() const
+RSourceLanguage EditorDocument::language() const
 {
     std::optional<QString> name =
         m_path ? std::optional<QString>(QFileInfo(*m_path).fileName()) : m_suggestedName;
     if (!name)
-        return CodeLanguage::r;
+        return RSourceLanguage::r;
     const qsizetype dot = name->lastIndexOf(u'.');
     const QString extension = dot < 0 ? QString() : name->mid(dot + 1).toLower();
     if (extension == u"rmd" || extension == u"qmd" || extension == u"md" || extension == u"rmarkdown")
-        return CodeLanguage::rMarkdown;
+        return RSourceLanguage::rMarkdown;
     if (extension == u"r" || extension.isEmpty())
-        return CodeLanguage::r;
-    return CodeLanguage::plain;
+        return RSourceLanguage::r;
+    return RSourceLanguage::plain;
 }
 
 bool EditorDocument::needsSave() const

@@ -4,6 +4,7 @@
 
 #include "FileStamp.h"
 #include "LineEnding.h"
+#include "RToken.h"
 #include "TextFileEncoding.h"
 
 #include <QObject>
@@ -18,7 +19,8 @@ struct DecodedText;
 // `changed`: the file differs from the stamp and the document has unsaved text.
 enum class DiskState { current, changed, deleted };
 
-enum class CodeLanguage { r, rMarkdown, plain };
+// The former name of the one language enum, while a window file still uses it.
+using CodeLanguage = RSourceLanguage;
 
 class EditorDocument : public QObject {
     Q_OBJECT
@@ -62,7 +64,7 @@ public:
     int autosavedEdits = -1;
 
     QString title() const;
-    CodeLanguage language() const;
+    RSourceLanguage language() const;
     bool isDirty() const { return m_text != m_savedText; }
     bool needsSave() const;
 

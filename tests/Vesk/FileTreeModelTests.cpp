@@ -114,7 +114,7 @@ TEST(WorkspaceDocuments, ViewAndOpenFileEventsOpenTabs)
     open.url = QUrl::fromLocalFile(dir.filePath(u"report.Rmd"_qs));
     w.handle(open);
     ASSERT_EQ(w.documents().scripts().size(), 1);
-    EXPECT_EQ(w.documents().scripts()[0]->language(), CodeLanguage::rMarkdown);
+    EXPECT_EQ(w.documents().scripts()[0]->language(), RSourceLanguage::rMarkdown);
     EXPECT_EQ(w.documents().selected()->id(), w.documents().scripts()[0]->id());
 
     // A data file is read into R, under a name made from the file's, and viewed.

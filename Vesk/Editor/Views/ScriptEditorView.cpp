@@ -9,28 +9,11 @@
 #include <QTextBlock>
 #include <QTimer>
 
-namespace {
-
-RSourceLanguage sourceLanguage(CodeLanguage language)
-{
-    switch (language) {
-    case CodeLanguage::r:
-        return RSourceLanguage::r;
-    case CodeLanguage::rMarkdown:
-        return RSourceLanguage::rMarkdown;
-    case CodeLanguage::plain:
-        return RSourceLanguage::plain;
-    }
-    return RSourceLanguage::plain;
-}
-
-} // namespace
-
 ScriptEditorView::ScriptEditorView(Workspace &workspace, EditorDocument &document, QWidget *parent)
     : CodeEditorPane(&workspace, parent), m_document(&document)
 {
     EditorSession *session = editor()->session();
-    session->setLanguage(sourceLanguage(document.language()));
+    session->setLanguage(document.language());
     takeDocumentText();
     takeDocumentState();
     session->textBinding = [this](const QString &text) {
@@ -88,7 +71,7 @@ void ScriptEditorView::takeDocumentState()
     controller()->filePath = m_document->path();
     controller()->encodingName = m_document->encoding().rName();
     EditorSession *session = editor()->session();
-    session->setLanguage(sourceLanguage(m_document->language()));
+    session->setLanguage(m_document->language());
     std::set<qsizetype> lines;
     for (const int line : m_document->breakpoints())
         lines.insert(line - 1);
