@@ -1,5 +1,7 @@
 #include "HTTPRequestParser.h"
 
+#include "TextUnits.h"
+
 #include <QStringList>
 
 #include <limits>
@@ -35,17 +37,6 @@ QString trimmedSpacesAndTabs(QStringView text)
     while (end > begin && (text[end - 1] == u' ' || text[end - 1] == u'\t'))
         --end;
     return text.mid(begin, end - begin).toString();
-}
-
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 bool isBlank(char c)
@@ -107,7 +98,7 @@ HTTPRequestParser::Next HTTPRequestParser::next()
                 return HTTPParseError{400, QStringLiteral("Invalid chunk size.")};
             quint64 size = 0;
             for (char c : line) {
-                const int digit = hexDigit(c);
+                const int digit = TextUnits::hexDigitValue(c);
                 if (digit < 0 || size > (quint64(std::numeric_limits<qint64>::max()) >> 4))
                     return HTTPParseError{400, QStringLiteral("Invalid chunk size.")};
                 size = (size << 4) | quint64(digit);

@@ -1,5 +1,7 @@
 #include "JSONValue.h"
 
+#include "TextUnits.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
@@ -144,17 +146,6 @@ private:
         return JSONValue(value);
     }
 
-    static int hexValue(char c)
-    {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    }
-
     bool readHex4(char16_t &out)
     {
         if (m_end - m_p < 4) {
@@ -163,7 +154,7 @@ private:
         }
         int value = 0;
         for (int i = 0; i < 4; ++i) {
-            const int h = hexValue(m_p[i]);
+            const int h = TextUnits::hexDigitValue(m_p[i]);
             if (h < 0) {
                 fail("invalid \\u escape");
                 return false;

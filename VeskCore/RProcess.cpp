@@ -257,9 +257,9 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
 } // namespace
 
 RProcess::RProcess(QString executable, QString workingDirectory, QString kernelScript, QObject *parent)
-    : QObject(parent), m_executable(std::move(executable)), m_workingDirectory(std::move(workingDirectory)),
-      m_kernelScript(std::move(kernelScript)), m_token(RStreamParser::makeToken()),
-      m_shared(std::make_shared<Shared>())
+    : KernelProcess(parent), m_executable(std::move(executable)),
+      m_workingDirectory(std::move(workingDirectory)), m_kernelScript(std::move(kernelScript)),
+      m_token(RStreamParser::makeToken()), m_shared(std::make_shared<Shared>())
 {
     m_shared->owner = this;
 }

@@ -3,30 +3,14 @@
 // thread that owns the object.
 #pragma once
 
-#include "RStreamParser.h"
+#include "KernelProcess.h"
 
 #include <QMap>
-#include <QObject>
 #include <QString>
 
 #include <memory>
 
-struct RProcessEvent {
-    enum class Kind { Stdout, Stderr, Exited };
-    Kind kind = Kind::Stdout;
-    RStreamEvent stream; // Stdout
-    QString text;        // Stderr: the decoded chunk; Exited: the reason
-    qint32 status = 0;   // Exited
-
-    static RProcessEvent makeStdout(RStreamEvent event) { return {Kind::Stdout, std::move(event), {}, 0}; }
-    static RProcessEvent makeStderr(QString text) { return {Kind::Stderr, {}, std::move(text), 0}; }
-    static RProcessEvent makeExited(qint32 status, QString reason)
-    {
-        return {Kind::Exited, {}, std::move(reason), status};
-    }
-};
-
-class RProcess : public QObject {
+class RProcess : public KernelProcess {
     Q_OBJECT
 public:
     static inline const QString tokenVariable = QStringLiteral("VESK_KERNEL_TOKEN");
@@ -34,16 +18,14 @@ public:
     RProcess(QString executable, QString workingDirectory, QString kernelScript, QObject *parent = nullptr);
     ~RProcess() override;
 
-    // Launches R and sends the line that sources the kernel. On failure returns false with the
-    // launch error in *error, and no event ever comes.
-    bool start(const QMap<QString, QString> &extraEnvironment, bool loadInitFile, QString *error);
+    // Launches R and sends the line that sources the kernel.
+    bool start(const QMap<QString, QString> &extraEnvironment, bool loadInitFile, QString *error) override;
 
-    // Fire and forget; nothing is written after exit or once standard input was closed.
-    void send(const QString &line);
-    void interrupt();
+    void send(const QString &line) override;
+    void interrupt() override;
     // SIGTERM to R and what it started, close standard input, SIGKILL two seconds later if R still
     // lives.
-    void terminate();
+    void terminate() override;
 
     qint32 processIdentifier() const;
     bool isRunning() const;
@@ -57,10 +39,6 @@ public:
 
     // What the object shares with its reader thread, writer queue and delayed kill.
     struct Shared;
-
-signals:
-    // Delivered in order on the owner's thread; Exited always comes last.
-    void eventReceived(const RProcessEvent &event);
 
 private:
     QString m_executable;

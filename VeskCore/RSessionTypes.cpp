@@ -152,15 +152,7 @@ std::optional<RSessionState> RSessionState::fromJSON(const JSONValue &value)
         return std::nullopt;
     RSessionState state;
     state.wd = LenientJSON::string(value.find(u"wd")).value_or(QString());
-    if (const JSONValue *env = value.find(u"env")) {
-        if (const JSONValue::Array *array = env->arrayValue()) {
-            for (const JSONValue &item : *array)
-                if (auto object = REnvObject::fromJSON(item))
-                    state.env.append(*object);
-        } else if (auto object = REnvObject::fromJSON(*env)) {
-            state.env.append(*object);
-        }
-    }
+    state.env = LenientJSON::items(value.find(u"env"), REnvObject::fromJSON);
     state.attached = LenientJSON::strings(value.find(u"attached")).value_or(QStringList());
     state.loaded = LenientJSON::strings(value.find(u"loaded")).value_or(QStringList());
     state.prompt = LenientJSON::string(value.find(u"prompt")).value_or(state.prompt);

@@ -10,6 +10,7 @@
 #include <QStringList>
 
 #include <optional>
+#include <type_traits>
 
 // One frame of a call stack.
 struct RFrame {
@@ -118,5 +119,21 @@ std::optional<double> number(const JSONValue *value);
 std::optional<QStringList> strings(const JSONValue *value);
 // A list of numbers; a lone number counts as a list of one.
 std::optional<QList<double>> numbers(const JSONValue *value);
+
+// The items of a list that decode; a lone item counts as a list of one.
+template <typename Decode> auto items(const JSONValue *value, Decode decode)
+{
+    QList<typename std::invoke_result_t<Decode, const JSONValue &>::value_type> out;
+    if (!value)
+        return out;
+    if (const JSONValue::Array *array = value->arrayValue()) {
+        for (const JSONValue &item : *array)
+            if (auto decoded = decode(item))
+                out.append(std::move(*decoded));
+    } else if (auto decoded = decode(*value)) {
+        out.append(std::move(*decoded));
+    }
+    return out;
+}
 
 } // namespace LenientJSON

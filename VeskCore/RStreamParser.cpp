@@ -285,17 +285,3 @@ void RStreamParser::drain(QList<RStreamEvent> &events)
     if (cursor > 0)
         m_buffer.remove(0, cursor);
 }
-
-std::optional<RInputRequest> RInputRequest::from(const JSONValue &event)
-{
-    if (!event.objectValue() || event[u"type"].stringValue() != QStringLiteral("input"))
-        return std::nullopt;
-    RInputRequest request;
-    request.kind = event[u"kind"].stringValue() == QStringLiteral("lines") ? Kind::Lines : Kind::Line;
-    return request;
-}
-
-bool RInputRequest::isDone(const JSONValue &event)
-{
-    return event.objectValue() && event[u"type"].stringValue() == QStringLiteral("input_done");
-}

@@ -39,17 +39,6 @@ struct RStreamEvent {
     bool operator==(const RStreamEvent &) const = default;
 };
 
-// The kernel's "input" event: R is reading a line (readline) or lines (readLines, scan) for user code.
-struct RInputRequest {
-    enum class Kind { Line, Lines };
-    Kind kind = Kind::Line;
-
-    static std::optional<RInputRequest> from(const JSONValue &event);
-    static bool isDone(const JSONValue &event);
-    bool readsSeveralLines() const { return kind == Kind::Lines; }
-    bool operator==(const RInputRequest &) const = default;
-};
-
 class RStreamParser {
 public:
     // 32 lower-case hex characters from the secure random source.

@@ -1,6 +1,8 @@
 #include "RSession.h"
 
 #include "RLiteral.h"
+#include "RProcess.h"
+#include "TextUnits.h"
 
 #include <QDir>
 #include <QSaveFile>
@@ -22,54 +24,6 @@ bool acceptsWork(const RSessionStatus &status)
         return false;
     }
     return false;
-}
-
-std::optional<QString> stringMember(const JSONValue &object, QStringView key)
-{
-    if (const JSONValue *value = object.find(key))
-        return value->stringValue();
-    return std::nullopt;
-}
-
-// A "browse" or "viewer" value: a path when it starts with "/" or does not parse as a URL.
-QUrl urlOrFile(const QString &value)
-{
-    if (value.startsWith(u'/'))
-        return QUrl::fromLocalFile(value);
-    const QUrl url(value, QUrl::StrictMode);
-    if (url.isValid() && !url.scheme().isEmpty())
-        return url;
-    return QUrl::fromLocalFile(value);
-}
-
-QList<RFrame> framesFrom(const JSONValue *list)
-{
-    QList<RFrame> frames;
-    if (!list)
-        return frames;
-    if (const JSONValue::Array *array = list->arrayValue()) {
-        for (const JSONValue &item : *array)
-            if (auto frame = RFrame::fromJSON(item))
-                frames.append(*frame);
-    } else if (auto frame = RFrame::fromJSON(*list)) {
-        frames.append(*frame); // a lone frame where a list of one was meant
-    }
-    return frames;
-}
-
-QList<REnvObject> objectsFrom(const JSONValue *list)
-{
-    QList<REnvObject> objects;
-    if (!list)
-        return objects;
-    if (const JSONValue::Array *array = list->arrayValue()) {
-        for (const JSONValue &item : *array)
-            if (auto object = REnvObject::fromJSON(item))
-                objects.append(*object);
-    } else if (auto object = REnvObject::fromJSON(*list)) {
-        objects.append(*object);
-    }
-    return objects;
 }
 
 } // namespace
@@ -212,7 +166,7 @@ void RSession::setIsExecuting(bool executing)
 
 bool RSession::fitsConsoleLine(const QString &line)
 {
-    return line.size() * 3 <= consoleLineLimit || line.toUtf8().size() <= consoleLineLimit;
+    return TextUnits::fitsUTF8(line, consoleLineLimit);
 }
 
 QString RSession::writeTemporaryCode(const QString &code)
@@ -246,7 +200,7 @@ void RSession::enqueueExec(const QString &code, const ExecOrigin &origin, const 
     pending.execCompletion = std::move(completion);
     const NamedArguments where = {{QStringLiteral("file"), RArgument::optional(file)},
                                   {QStringLiteral("line"), RArgument(qint64(line))}};
-    if (code.size() <= inlineCodeLimit && code.toUtf8().size() <= inlineCodeLimit) {
+    if (TextUnits::fitsUTF8(code, inlineCodeLimit)) {
         pending.line =
             RLiteral::call(QStringLiteral(".vesk$exec"), {RArgument(pending.id), RArgument(code)}, where);
     }
@@ -399,17 +353,19 @@ void RSession::start(const QString &executable, const QString &workingDirectory,
     m_pendingDebugLocation.reset();
     m_browserPrepared = false;
 
-    m_process = std::make_unique<RProcess>(executable, workingDirectory, kernel);
+    m_process = processFactory ? processFactory(executable, workingDirectory, kernel)
+                               : std::make_unique<RProcess>(executable, workingDirectory, kernel);
     const quint64 generation = m_generation;
-    connect(m_process.get(), &RProcess::eventReceived, this, [this, generation](const RProcessEvent &event) {
-        if (generation != m_generation)
-            return;
-        const bool outer = !m_handlingEvent;
-        m_handlingEvent = true;
-        handle(event);
-        if (outer)
-            m_handlingEvent = false;
-    });
+    connect(m_process.get(), &KernelProcess::eventReceived, this,
+            [this, generation](const RProcessEvent &event) {
+                if (generation != m_generation)
+                    return;
+                const bool outer = !m_handlingEvent;
+                m_handlingEvent = true;
+                handle(event);
+                if (outer)
+                    m_handlingEvent = false;
+            });
     QString error;
     // Progress bars of the cli package redraw one line with carriage returns, which the console
     // applies in place; on a pipe cli would print every step on a line of its own.
@@ -509,7 +465,7 @@ void RSession::finishExec(bool forcedInterrupt)
 void RSession::recordStartupOutput(const QString &text)
 {
     m_startupOutput += text;
-    if (m_startupOutput.size() * 3 >= 6001 && m_startupOutput.toUtf8().size() >= 6001)
+    if (!TextUnits::fitsUTF8(m_startupOutput, 6000))
         m_startupOutput = m_startupOutput.right(4000);
 }
 
@@ -570,7 +526,8 @@ void RSession::handleStdout(const RStreamEvent &event)
         return;
     }
     case RStreamEvent::Kind::Event:
-        handleKernelEvent(event.value);
+        if (const std::optional<KernelEvent> decoded = KernelEvent::decode(event.value))
+            handleKernelEvent(*decoded);
         return;
     case RStreamEvent::Kind::Echo: {
         SessionEvent out;
@@ -644,128 +601,105 @@ void RSession::resolveRequestSlot()
         pending.completion(stored ? *stored : RRequestResult(RSessionError::noResponse()));
 }
 
-void RSession::handleKernelEvent(const JSONValue &event)
+void RSession::handleKernelEvent(const KernelEvent &event)
 {
-    const std::optional<QString> type = stringMember(event, u"type");
-    if (!type)
-        return;
     SessionEvent out;
-
-    if (*type == u"ready") {
-        RInfo info;
-        info.version = stringMember(event, u"version").value_or(QStringLiteral("R"));
-        info.pid = qint32(event[u"pid"].intValue().value_or(0));
-        setInfo(info);
+    switch (event.kind) {
+    case KernelEvent::Kind::Ready:
+        setInfo(event.info);
         setStatus(RSessionStatus::busy());
         m_startupWatchdog->stop();
         out.kind = SessionEvent::Kind::Ready;
-        out.info = info;
-    } else if (*type == u"response") {
-        const std::optional<QString> id = stringMember(event, u"id");
-        if (!id || !m_requestSlot || m_requestSlot->id != *id)
+        out.info = event.info;
+        break;
+    case KernelEvent::Kind::Response:
+        if (!m_requestSlot || m_requestSlot->id != event.id)
             return;
-        const JSONValue *error = event.find(u"error");
-        if (error && !error->isNull())
-            m_responses.insert_or_assign(*id, RRequestResult(RSessionError::rError(
-                                                  error->stringValue().value_or(QStringLiteral("error")))));
-        else
-            m_responses.insert_or_assign(*id, RRequestResult(event[u"result"]));
+        m_responses.insert_or_assign(event.id, event.fault
+                                                   ? RRequestResult(RSessionError::rError(*event.fault))
+                                                   : RRequestResult(event.result));
         return;
-    } else if (*type == u"message") {
-        const std::optional<QString> text = stringMember(event, u"text");
-        if (!text)
-            return;
+    case KernelEvent::Kind::Message:
         if (m_exec)
-            m_exec->output.append(*text);
+            m_exec->output.append(event.text);
         out.kind = SessionEvent::Kind::Message;
-        out.text = *text;
-    } else if (*type == u"warning") {
+        out.text = event.text;
+        break;
+    case KernelEvent::Kind::Warning:
         out.kind = SessionEvent::Kind::Warning;
-        out.text = stringMember(event, u"text").value_or(QString());
-        out.call = stringMember(event, u"call");
+        out.text = event.text;
+        out.call = event.call;
         if (m_exec)
             m_exec->warnings.append(out.text);
-    } else if (*type == u"error") {
-        RErrorInfo info;
-        info.message = stringMember(event, u"text").value_or(QStringLiteral("error"));
-        info.call = stringMember(event, u"call");
-        info.isParseError = event[u"parse"].boolValue().value_or(false);
-        info.traceback = framesFrom(event.find(u"traceback"));
+        break;
+    case KernelEvent::Kind::Error:
         if (m_exec) {
-            m_exec->error = info;
+            m_exec->error = event.error;
             m_exec->ok = false;
         }
         out.kind = SessionEvent::Kind::Error;
-        out.error = info;
-    } else if (*type == u"interrupted") {
+        out.error = event.error;
+        break;
+    case KernelEvent::Kind::Interrupted:
         if (m_exec)
             m_exec->interrupted = true;
         out.kind = SessionEvent::Kind::Interrupted;
-    } else if (*type == u"plot") {
-        const std::optional<qint64> page = event[u"page"].intValue();
-        const std::optional<QString> file = stringMember(event, u"file");
-        if (!page || !file)
-            return;
-        if (m_exec && !m_exec->plots.contains(int(*page)))
-            m_exec->plots.append(int(*page));
+        break;
+    case KernelEvent::Kind::Plot:
+        if (m_exec && !m_exec->plots.contains(event.page))
+            m_exec->plots.append(event.page);
         out.kind = SessionEvent::Kind::Plot;
-        out.page = int(*page);
-        out.file = *file;
-        out.isNew = event[u"new"].boolValue().value_or(false);
-        out.geometry = event[u"info"];
-    } else if (*type == u"state") {
-        const JSONValue *state = event.find(u"state");
-        if (!state)
-            return;
-        const std::optional<RSessionState> decoded = RSessionState::fromJSON(*state);
-        if (!decoded)
-            return;
+        out.page = event.page;
+        out.file = event.file;
+        out.isNew = event.isNew;
+        out.geometry = event.geometry;
+        break;
+    case KernelEvent::Kind::State:
         out.kind = SessionEvent::Kind::State;
-        out.state = *decoded;
-    } else if (*type == u"done") {
+        out.state = event.state;
+        break;
+    case KernelEvent::Kind::Done:
         if (m_exec) {
             m_exec->done = true;
-            if (event[u"ok"].boolValue() == false)
+            if (event.failed)
                 m_exec->ok = false;
         }
         return;
-    } else if (*type == u"view") {
+    case KernelEvent::Kind::View:
         out.kind = SessionEvent::Kind::View;
-        out.expr = stringMember(event, u"expr").value_or(QString());
-        out.title = stringMember(event, u"title").value_or(QString());
-    } else if (*type == u"open_file") {
-        const QString path = stringMember(event, u"path").value_or(QString());
-        if (path.isEmpty())
-            return;
+        out.expr = event.expr;
+        out.title = event.title;
+        break;
+    case KernelEvent::Kind::OpenFile:
         out.kind = SessionEvent::Kind::OpenFile;
-        out.url = QUrl::fromLocalFile(path);
-    } else if (*type == u"quit") {
+        out.url = event.url;
+        break;
+    case KernelEvent::Kind::Quit:
         m_quitting = true;
         if (m_exec)
             m_exec->done = true;
         return;
-    } else if (*type == u"input") {
-        m_inputRequest = RInputRequest::from(event);
+    case KernelEvent::Kind::Input:
+        m_inputRequest = event.input;
         if (m_status.kind == RSessionStatus::Kind::Busy)
             setStatus(RSessionStatus::waitingForInput());
         return;
-    } else if (*type == u"input_done") {
+    case KernelEvent::Kind::InputDone:
         m_inputRequest.reset();
         if (m_status.kind == RSessionStatus::Kind::WaitingForInput)
             setStatus(RSessionStatus::busy());
         return;
-    } else if (*type == u"browse" || *type == u"viewer") {
-        const std::optional<QString> url = stringMember(event, u"url");
-        if (!url)
-            return;
-        out.kind = *type == u"browse" ? SessionEvent::Kind::Browse : SessionEvent::Kind::Viewer;
-        out.url = urlOrFile(*url);
-    } else if (*type == u"debug") {
+    case KernelEvent::Kind::Browse:
+    case KernelEvent::Kind::Viewer:
+        out.kind =
+            event.kind == KernelEvent::Kind::Browse ? SessionEvent::Kind::Browse : SessionEvent::Kind::Viewer;
+        out.url = event.url;
+        break;
+    case KernelEvent::Kind::Debug:
         out.kind = SessionEvent::Kind::Debug;
-        out.frames = framesFrom(event.find(u"calls"));
-        out.variables = objectsFrom(event.find(u"vars"));
-    } else {
-        return; // unknown types are ignored
+        out.frames = event.frames;
+        out.variables = event.variables;
+        break;
     }
     emitEvent(out);
 }
@@ -774,7 +708,7 @@ void RSession::scanForDebugLocation(const QString &text)
 {
     static const QString marker = QStringLiteral("debug at ");
     m_lineBuffer += text;
-    auto tooLong = [](const QString &s) { return s.size() * 3 >= 4001 && s.toUtf8().size() >= 4001; };
+    auto tooLong = [](const QString &s) { return !TextUnits::fitsUTF8(s, 4000); };
     if (!m_lineBuffer.contains(marker)) {
         const qsizetype lastBreak = m_lineBuffer.lastIndexOf(u'\n');
         if (lastBreak >= 0)

@@ -4,10 +4,10 @@
 
 #include "HeadTailText.h"
 #include "JSONValue.h"
+#include "KernelEvent.h"
+#include "KernelProcess.h"
 #include "RArgument.h"
-#include "RProcess.h"
 #include "RSessionTypes.h"
-#include "RStreamParser.h"
 
 #include <QDateTime>
 #include <QMap>
@@ -121,6 +121,8 @@ public:
     using ExecCompletion = std::function<void(const ExecResult &)>;
     using RequestCompletion = std::function<void(const RRequestResult &)>;
     using NamedArguments = QList<std::pair<QString, RArgument>>;
+    using ProcessFactory = std::function<std::unique_ptr<KernelProcess>(
+        const QString &executable, const QString &workingDirectory, const QString &kernel)>;
 
     // Code up to this many UTF-8 bytes goes inline; longer code goes through a file.
     static constexpr qsizetype inlineCodeLimit = 2000;
@@ -133,6 +135,8 @@ public:
 
     // Variables R is started with, besides those of Vesk's own environment.
     QMap<QString, QString> extraEnvironment;
+    // Makes the process `start` drives; unset, a real R (`RProcess`).
+    ProcessFactory processFactory;
 
     void start(const QString &executable, const QString &workingDirectory, const QString &kernel,
                bool loadInitFile = true);
@@ -173,7 +177,7 @@ public:
     bool isExecuting() const { return m_isExecuting; }
     quint64 generation() const { return m_generation; }
     const std::optional<RInputRequest> &inputRequest() const { return m_inputRequest; }
-    RProcess *process() const { return m_process.get(); }
+    KernelProcess *process() const { return m_process.get(); }
 
 signals:
     void statusChanged();
@@ -212,7 +216,7 @@ private:
     void send(Pending pending);
     void handle(const RProcessEvent &event);
     void handleStdout(const RStreamEvent &event);
-    void handleKernelEvent(const JSONValue &event);
+    void handleKernelEvent(const KernelEvent &event);
     void handlePrompt(const RPrompt &prompt);
     void resolveRequestSlot();
     void finishExec(bool forcedInterrupt);
@@ -235,7 +239,7 @@ private:
     int m_queuedExecutions = 0;
     bool m_isExecuting = false;
 
-    std::unique_ptr<RProcess> m_process;
+    std::unique_ptr<KernelProcess> m_process;
     QTimer *m_startupWatchdog = nullptr;
     std::deque<Pending> m_queue;
     std::optional<Pending> m_execSlot;

@@ -180,25 +180,13 @@ TEST(RStreamParser, EndlessLineAndEndlessFrameStayLinear)
     EXPECT_GT(out, 0);
 }
 
-TEST(RStreamParser, TokensAndInputRequests)
+TEST(RStreamParser, TokensAreFreshLowerCaseHex)
 {
     const QString made = RStreamParser::makeToken();
     EXPECT_EQ(made.size(), 32);
     EXPECT_NE(made, RStreamParser::makeToken());
     for (QChar c : made)
         EXPECT_TRUE((c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f'));
-
-    auto request = [](const char *json) {
-        return RInputRequest::from(*JSONValue::parse(QByteArrayView(json)));
-    };
-    EXPECT_EQ(request(R"({"type":"input","kind":"lines"})")->kind, RInputRequest::Kind::Lines);
-    EXPECT_EQ(request(R"({"type":"input","kind":"line"})")->kind, RInputRequest::Kind::Line);
-    EXPECT_EQ(request(R"({"type":"input","kind":3})")->kind, RInputRequest::Kind::Line);
-    EXPECT_EQ(request(R"({"type":"input"})")->kind, RInputRequest::Kind::Line);
-    EXPECT_FALSE(request(R"({"type":"inputs"})").has_value());
-    EXPECT_FALSE(request(R"(["input"])").has_value());
-    EXPECT_TRUE(RInputRequest::isDone(*JSONValue::parse(QByteArrayView(R"({"type":"input_done"})"))));
-    EXPECT_FALSE(RInputRequest::isDone(*JSONValue::parse(QByteArrayView(R"({"type":"input"})"))));
 }
 
 TEST(RStreamParserDeathTest, RefusesAWeakToken)
