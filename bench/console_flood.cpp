@@ -1,10 +1,17 @@
-// The same flooding scripts through `vesk --batch` and through Rscript: the wall-time ratio, and
-// the peak resident memory of vesk, also with ten times the output.
+// Flooding scripts through the console (a workspace with its session, kernel and console model, in
+// this process), through `vesk --batch` and through Rscript: wall-time ratios, and peak resident
+// memory, also with ten times the output. And a trivial script through `vesk --batch` and Rscript.
+#include "App/Workspace.h"
+#include "Base/Settings.h"
 #include "BenchFigures.h"
+#include "TestSupport.h"
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QStandardPaths>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -84,6 +91,31 @@ QString writeScript(const QTemporaryDir &dir, const QString &name, const QString
     return path;
 }
 
+// This process's own high-water mark of resident memory.
+double ownPeakMB()
+{
+    QFile file(QStringLiteral("/proc/self/status"));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : file.readAll().split('\n'))
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    return 0;
+}
+
+// Seconds from submitting code at the console until its run has finished and every line of its
+// output is in the console model.
+double consoleRun(Workspace &workspace, const QString &code)
+{
+    bool done = false;
+    QElapsedTimer timer;
+    timer.start();
+    workspace.run(code, ExecOrigin::console(), std::nullopt, 1, [&](const ExecResult &) { done = true; });
+    TestSupport::waitForEvents([&] { return done; }, std::chrono::minutes(10));
+    workspace.console().flush();
+    return timer.nsecsElapsed() / 1e9;
+}
+
 Outcome median(std::vector<Outcome> outcomes)
 {
     std::sort(outcomes.begin(), outcomes.end(),
@@ -93,8 +125,9 @@ Outcome median(std::vector<Outcome> outcomes)
 
 } // namespace
 
-int main()
+int main(int argc, char **argv)
 {
+    QCoreApplication app(argc, argv);
     const QString vesk = QStringLiteral(VESK_BINARY_DIR "/vesk");
     const QString rscript = QStringLiteral("/usr/bin/Rscript");
     if (!QFile::exists(vesk) || !QFile::exists(rscript)) {
@@ -102,6 +135,19 @@ int main()
         return 1;
     }
     QTemporaryDir dir;
+    QStandardPaths::setTestModeEnabled(true);
+    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
+    settings.setValue(Settings::rPath, TestSupport::rExecutable());
+    Workspace workspace(settings);
+    workspace.persistsHistory = false;
+    workspace.kernelPath = TestSupport::kernelScript();
+    workspace.startR(false);
+    if (!TestSupport::waitForEvents(
+            [&] { return workspace.session().status().kind == RSessionStatus::Kind::Idle; },
+            std::chrono::seconds(30))) {
+        std::fprintf(stderr, "R did not start\n");
+        return 1;
+    }
     struct Script {
         const char *name;
         QString code;
@@ -122,7 +168,7 @@ int main()
         const QStringList piped = {QStringLiteral("/bin/sh"), QStringLiteral("-c"),
                                    QStringLiteral("'%1' '%2' | cat > /dev/null").arg(rscript, path)};
         std::vector<Outcome> rs, ps, vs;
-        for (int i = 0; i < 5; ++i) {
+        for (int i = 0; i < 3; ++i) {
             rs.push_back(runProgram({rscript, path}));
             ps.push_back(runProgram(piped));
             vs.push_back(runProgram({vesk, QStringLiteral("--batch"), path}));
@@ -144,8 +190,16 @@ int main()
         if (v.status != 0)
             std::fprintf(stderr, "vesk --batch exited with %d on %s\n", v.status, script.name);
         peak = std::max(peak, runPeak);
+
+        std::vector<double> console;
+        for (int i = 0; i < 3; ++i)
+            console.push_back(consoleRun(workspace, script.code));
+        const double c = ::median(console);
+        printFigure((prefix + "_console_wall").constData(), c, "s");
+        printFigure((prefix + "_console_wall_ratio").constData(), r.seconds > 0 ? c / r.seconds : 0, "x");
     }
     printFigure("vesk_peak_rss", peak, "MB");
+    printFigure("console_peak_rss", ownPeakMB(), "MB");
 
     const Script large[] = {
         {"print10x", QStringLiteral("print(1:1e7)\n")},
@@ -159,7 +213,26 @@ int main()
         printFigure((QByteArray(script.name) + "_vesk_wall").constData(), v.seconds, "s");
         printFigure((QByteArray(script.name) + "_vesk_peak_rss").constData(), v.peakMB, "MB");
         largePeak = std::max(largePeak, v.peakMB);
+        printFigure((QByteArray(script.name) + "_console_wall").constData(),
+                    consoleRun(workspace, script.code), "s");
     }
     printFigure("vesk_peak_rss_10x", largePeak, "MB");
+    printFigure("console_peak_rss_10x", ownPeakMB(), "MB");
+    workspace.shutDown();
+
+    // A script that does almost nothing: what starting through vesk costs over Rscript.
+    const QString trivial = writeScript(dir, QStringLiteral("trivial.R"), QStringLiteral("x <- 1\n"));
+    runProgram({rscript, trivial});
+    runProgram({vesk, QStringLiteral("--batch"), trivial});
+    std::vector<Outcome> rs, vs;
+    for (int i = 0; i < 9; ++i) {
+        rs.push_back(runProgram({rscript, trivial}));
+        vs.push_back(runProgram({vesk, QStringLiteral("--batch"), trivial}));
+    }
+    const double r = median(rs).seconds;
+    const double v = median(vs).seconds;
+    printFigure("trivial_rscript_wall", r, "s");
+    printFigure("trivial_vesk_wall", v, "s");
+    printFigure("trivial_wall_ratio", r > 0 ? v / r : 0, "x");
     return 0;
 }

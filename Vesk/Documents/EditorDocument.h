@@ -19,9 +19,6 @@ struct DecodedText;
 // `changed`: the file differs from the stamp and the document has unsaved text.
 enum class DiskState { current, changed, deleted };
 
-// The former name of the one language enum, while a window file still uses it.
-using CodeLanguage = RSourceLanguage;
-
 class EditorDocument : public QObject {
     Q_OBJECT
 public:

@@ -174,7 +174,7 @@ void MainWindow::addCodeMenu()
         const bool script = item && item->script;
         for (QAction *action : code->actions())
             action->setEnabled(script);
-        const bool markdown = script && item->script->language() == CodeLanguage::rMarkdown;
+        const bool markdown = script && item->script->language() == RSourceLanguage::rMarkdown;
         knit->setEnabled(markdown);
         chunk->setEnabled(markdown);
     };
