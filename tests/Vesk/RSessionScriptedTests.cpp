@@ -65,8 +65,8 @@ QByteArray done(bool ok = true)
 
 TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
 {
-    ScriptedSession s;
     std::optional<ExecResult> result;
+    ScriptedSession s;
     struct Step {
         const char *what;
         std::function<void()> act;
@@ -153,9 +153,9 @@ TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
 
 TEST(RSessionScripted, TheSessionWritesOneLineAtATimeAndFramesTheBrowserFirst)
 {
+    std::optional<ExecResult> result;
     ScriptedSession s;
     s.startReady();
-    std::optional<ExecResult> result;
     s.run(QStringLiteral("f()"), result);
     s.session.enqueueExec(QStringLiteral("later()"), ExecOrigin::console());
     s.r->print("Called from: f()\n" + ScriptedProcess::browserPrompt(1));
@@ -194,9 +194,9 @@ TEST(RSessionScripted, DebugLocationComesFromTheLastDebugLineBeforeTheBrowser)
     };
     for (const Case &k : cases) {
         SCOPED_TRACE(k.chunks.join('|').left(60).toStdString());
+        std::optional<ExecResult> result;
         ScriptedSession s;
         s.startReady();
-        std::optional<ExecResult> result;
         s.run(QStringLiteral("f()"), result);
         for (const QByteArray &chunk : k.chunks)
             s.r->print(chunk);
@@ -229,9 +229,9 @@ TEST(RSessionScripted, AnExitEndsTheRunAndSaysWhetherRWasAskedToQuit)
     };
     for (const Case &k : cases) {
         SCOPED_TRACE(k.what);
+        std::optional<ExecResult> result, queued;
         ScriptedSession s;
         s.startReady();
-        std::optional<ExecResult> result, queued;
         std::optional<RRequestResult> request;
         s.run(QStringLiteral("q(status = 1)"), result);
         s.session.enqueueExec(QStringLiteral("1"), ExecOrigin::console(), std::nullopt, 1,
@@ -331,6 +331,7 @@ TEST(RSessionScripted, TwoRequestsAtAnIdlePromptGoOneAfterTheOther)
 
 TEST(RSessionScripted, InterruptCancelsQueuedRunsOnlyAndAlwaysSignalsR)
 {
+    std::optional<ExecResult> running, queued;
     ScriptedSession s;
     s.startReady();
     s.events.clear();
@@ -340,7 +341,6 @@ TEST(RSessionScripted, InterruptCancelsQueuedRunsOnlyAndAlwaysSignalsR)
     EXPECT_TRUE(s.events.isEmpty());
     EXPECT_EQ(s.r->written.size(), 0);
 
-    std::optional<ExecResult> running, queued;
     std::optional<RRequestResult> request;
     s.run(QStringLiteral("Sys.sleep(10)"), running);
     s.session.enqueueExec(QStringLiteral("2"), ExecOrigin::console(), std::nullopt, 1,
@@ -364,9 +364,9 @@ TEST(RSessionScripted, InterruptCancelsQueuedRunsOnlyAndAlwaysSignalsR)
 
 TEST(RSessionScripted, ARunCollectsWhatTheKernelReports)
 {
+    std::optional<ExecResult> result;
     ScriptedSession s;
     s.startReady();
-    std::optional<ExecResult> result;
     s.run(QStringLiteral("f()"), result);
     s.r->print("out\n" + ScriptedProcess::frame(R"({"type":"message","text":"note\n"})"));
     s.r->print(ScriptedProcess::frame(R"j({"type":"warning","text":"careful","call":"f()"})j"));
