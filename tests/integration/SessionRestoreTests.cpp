@@ -144,6 +144,8 @@ qint64 cpuTicks(qint64 pid)
 
 } // namespace
 
+#ifdef VESK_APP_BUILT
+// The executable itself, where it is built.
 TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
 {
     ASSERT_FALSE(tool(QStringLiteral("Xvfb")).isEmpty());
@@ -280,3 +282,4 @@ TEST(SessionRestoreApp, BusyROfAKilledVeskEndsWithItAndSoDoesWhatRStarted)
         if (TestSupport::processRuns(pid))
             ::kill(pid_t(pid), SIGKILL);
 }
+#endif
