@@ -82,15 +82,6 @@ Outcome runProgram(const QStringList &arguments)
     return outcome;
 }
 
-QString writeScript(const QTemporaryDir &dir, const QString &name, const QString &code)
-{
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly))
-        file.write(code.toUtf8());
-    return path;
-}
-
 // This process's own high-water mark of resident memory.
 double ownPeakMB()
 {
@@ -158,8 +149,8 @@ int main(int argc, char **argv)
     };
     double peak = 0;
     for (const Script &script : scripts) {
-        const QString path =
-            writeScript(dir, QString::fromLatin1(script.name) + QStringLiteral(".R"), script.code);
+        const QString path = TestSupport::writeFile(
+            dir.path(), QString::fromLatin1(script.name) + QStringLiteral(".R"), script.code.toUtf8());
         // One warm-up each, so that both start from the same file cache; then interleaved runs whose
         // medians count, since the machine is shared and single runs are noisy.
         runProgram({rscript, path});
@@ -207,8 +198,8 @@ int main(int argc, char **argv)
     };
     double largePeak = 0;
     for (const Script &script : large) {
-        const QString path =
-            writeScript(dir, QString::fromLatin1(script.name) + QStringLiteral(".R"), script.code);
+        const QString path = TestSupport::writeFile(
+            dir.path(), QString::fromLatin1(script.name) + QStringLiteral(".R"), script.code.toUtf8());
         const Outcome v = runProgram({vesk, QStringLiteral("--batch"), path});
         printFigure((QByteArray(script.name) + "_vesk_wall").constData(), v.seconds, "s");
         printFigure((QByteArray(script.name) + "_vesk_peak_rss").constData(), v.peakMB, "MB");
@@ -221,7 +212,7 @@ int main(int argc, char **argv)
     workspace.shutDown();
 
     // A script that does almost nothing: what starting through vesk costs over Rscript.
-    const QString trivial = writeScript(dir, QStringLiteral("trivial.R"), QStringLiteral("x <- 1\n"));
+    const QString trivial = TestSupport::writeFile(dir.path(), QStringLiteral("trivial.R"), "x <- 1\n");
     runProgram({rscript, trivial});
     runProgram({vesk, QStringLiteral("--batch"), trivial});
     std::vector<Outcome> rs, vs;
