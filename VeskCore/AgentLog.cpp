@@ -1,0 +1,3 @@
+#include "AgentLog.h"
+
+Q_LOGGING_CATEGORY(vsAgents, "vesk.agents")
