@@ -42,13 +42,23 @@ if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
   $sudo apt-get install -y -q --no-install-recommends nodejs npm
 fi
 
-# The SDK itself, from the committed lock file, whenever node_modules is missing or older than it.
+# The MCP SDK and the pinned Claude Code CLI, each from its committed lock file, whenever its
+# node_modules is missing or older than the lock.
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
-mcp="$root/tests/mcp"
-if [ ! -d "$mcp/node_modules" ] || [ "$mcp/package-lock.json" -nt "$mcp/node_modules" ]; then
-  echo "Installing the MCP SDK into tests/mcp/node_modules"
-  npm ci --prefix "$mcp" --no-audit --no-fund
-  touch "$mcp/node_modules"
-else
-  echo "The MCP SDK is present."
+for dir in "$root/tests/mcp" "$root/tests/agents"; do
+  if [ ! -d "$dir/node_modules" ] || [ "$dir/package-lock.json" -nt "$dir/node_modules" ]; then
+    echo "Installing ${dir#"$root/"}/node_modules"
+    npm ci --prefix "$dir" --no-audit --no-fund
+    touch "$dir/node_modules"
+  else
+    echo "${dir#"$root/"}/node_modules is present."
+  fi
+done
+
+# The CLI package's postinstall puts the native binary in place; a newer npm that skips install
+# scripts would leave a stub, so run it here if the binary does not answer.
+claude="$root/tests/agents/node_modules/.bin/claude"
+if ! "$claude" --version </dev/null >/dev/null 2>&1; then
+  (cd "$root/tests/agents/node_modules/@anthropic-ai/claude-code" && node install.cjs)
 fi
+"$claude" --version </dev/null
