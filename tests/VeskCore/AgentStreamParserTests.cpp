@@ -1,0 +1,304 @@
+#include "AgentStreamParser.h"
+#include "QStringPrinting.h"
+
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+using Event = AgentStreamEvent;
+using Block = AgentStreamEvent::Block;
+
+namespace {
+
+template <typename T> void printOptional(std::ostream *os, const char *name, const std::optional<T> &value)
+{
+    *os << ' ' << name << '=';
+    if (!value)
+        *os << "nil";
+    else if constexpr (std::is_same_v<T, QString>)
+        PrintTo(*value, os);
+    else if constexpr (std::is_same_v<T, QDateTime>)
+        *os << value->toString(Qt::ISODateWithMs).toStdString();
+    else
+        *os << *value;
+}
+
+Event textDelta(const char *text)
+{
+    return {Event::TextDelta{QString::fromUtf8(text)}};
+}
+
+QDateTime utcSeconds(qint64 seconds)
+{
+    return QDateTime::fromSecsSinceEpoch(seconds, QTimeZone::utc());
+}
+
+JSONValue json(const char *text)
+{
+    return *JSONValue::parse(QByteArrayView(text));
+}
+
+} // namespace
+
+void PrintTo(const AgentStreamEvent &event, std::ostream *os)
+{
+    std::visit(
+        [os](const auto &e) {
+            using T = std::decay_t<decltype(e)>;
+            if constexpr (std::is_same_v<T, Event::Initialized>) {
+                *os << "initialized " << e.sessionID.toStdString() << ' ' << e.model.toStdString();
+                for (const auto &[name, status] : e.mcpServers)
+                    *os << ' ' << name.toStdString() << '=' << status.toStdString();
+            } else if constexpr (std::is_same_v<T, Event::TextDelta>) {
+                *os << "textDelta ";
+                PrintTo(e.text, os);
+            } else if constexpr (std::is_same_v<T, Event::ThinkingDelta>) {
+                *os << "thinkingDelta ";
+                PrintTo(e.text, os);
+            } else if constexpr (std::is_same_v<T, Event::ToolUseStarted>) {
+                *os << "toolUseStarted " << e.id.toStdString() << ' ' << e.name.toStdString();
+            } else if constexpr (std::is_same_v<T, Event::Assistant>) {
+                *os << "assistant";
+                for (const Block &b : e.blocks) {
+                    *os << " [" << int(b.kind) << ' ';
+                    PrintTo(b.text, os);
+                    *os << ' ' << b.id.toStdString() << ' ' << b.name.toStdString() << ' '
+                        << b.input.serialized().toStdString() << ']';
+                }
+            } else if constexpr (std::is_same_v<T, Event::ToolResult>) {
+                *os << "toolResult " << e.toolUseID.toStdString() << " isError=" << e.isError << ' ';
+                PrintTo(e.text, os);
+            } else if constexpr (std::is_same_v<T, Event::Result>) {
+                *os << "result isError=" << e.isError;
+                printOptional(os, "text", e.text);
+                printOptional(os, "costUSD", e.costUSD);
+                printOptional(os, "durationMS", e.durationMS);
+                printOptional(os, "sessionID", e.sessionID);
+            } else if constexpr (std::is_same_v<T, Event::Status>) {
+                *os << "status " << e.status.toStdString();
+            } else if constexpr (std::is_same_v<T, Event::Usage>) {
+                *os << "usage";
+                printOptional(os, "fiveHour", e.fiveHour);
+                printOptional(os, "sevenDay", e.sevenDay);
+                printOptional(os, "fiveHourResets", e.fiveHourResets);
+            } else if constexpr (std::is_same_v<T, Event::Stderr>) {
+                *os << "stderr " << e.text.toStdString();
+            } else if constexpr (std::is_same_v<T, Event::Exited>) {
+                *os << "exited " << e.status;
+            } else {
+                *os << "messageStarted";
+            }
+        },
+        event.payload);
+}
+
+TEST(AgentStreamParser, ReadsEachKindOfLineByItsKeysAndTakesWrongTypesAsAbsent)
+{
+    struct Case {
+        const char *line;
+        QList<Event> events;
+    };
+    const Case cases[] = {
+        // system
+        {R"({"type":"system","subtype":"init","session_id":"s1","model":"claude-sonnet-4-5","mcp_servers":[{"name":"vesk","status":"connected"},{"name":"other"},{"status":"failed"},"x",{"name":3}]})",
+         {{Event::Initialized{"s1", "claude-sonnet-4-5", {{"vesk", "connected"}, {"other", ""}}}}}},
+        {R"({"type":"system","subtype":"init"})", {{Event::Initialized{}}}},
+        {R"({"type":"system","subtype":"init","session_id":7,"model":null,"mcp_servers":{"name":"x"}})",
+         {{Event::Initialized{}}}},
+        {R"({"type":"system","subtype":"status","status":"compacting"})", {{Event::Status{"compacting"}}}},
+        {R"({"type":"system","subtype":"status","status":null})", {}},
+        {R"({"type":"system","subtype":"compact_boundary"})", {}},
+        {R"({"type":"system"})", {}},
+        // stream_event
+        {R"({"type":"stream_event","event":{"type":"message_start","message":{"id":"msg_1"}}})",
+         {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_event","parent_tool_use_id":"toolu_1","event":{"type":"message_start"}})", {}},
+        {R"({"type":"stream_event","parent_tool_use_id":null,"event":{"type":"message_start"}})",
+         {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_event","parent_tool_use_id":5,"event":{"type":"message_start"}})",
+         {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_event","event":"message_start"})", {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_start","index":1,"content_block":{"type":"tool_use","id":"toolu_9","name":"mcp__vesk__run_r","input":{}}}})",
+         {{Event::ToolUseStarted{"toolu_9", "mcp__vesk__run_r"}}}},
+        {R"({"type":"stream_event","event":{"type":"content_block_start","content_block":{"type":"tool_use","id":1}}})",
+         {{Event::ToolUseStarted{}}}},
+        {R"({"type":"stream_event","event":{"type":"content_block_start","content_block":{"type":"text","text":""}}})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","index":0,"delta":{"type":"text_delta","text":"Hel\nlo \u00e9\ud83d\ude00"}}})",
+         {{Event::TextDelta{QString::fromUtf8("Hel\nlo é😀")}}}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":""}}})",
+         {textDelta("")}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":1}}})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","thinking":"x"}}})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"thinking_delta","thinking":"hmm"}}})",
+         {{Event::ThinkingDelta{"hmm"}}}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"input_json_delta","partial_json":"{\"a\""}}})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"signature_delta","signature":"abc"}}})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":"text_delta"}})", {}},
+        {R"({"type":"stream_event","event":{"type":"message_stop"}})", {}},
+        // assistant
+        {R"({"type":"assistant","message":{"content":[{"type":"thinking","thinking":"plan","signature":"s"},{"type":"text","text":"Hi"},{"type":"tool_use","id":"t1","name":"Read","input":{"file_path":"/a"}},{"type":"tool_use","id":"t2","name":"LS"},{"type":"tool_use","id":"t3"},{"type":"text","text":null},{"type":"image"},{"text":"untyped"}]}})",
+         {{Event::Assistant{{Block::makeThinking("plan"), Block::makeText("Hi"),
+                             Block::makeToolUse("t1", "Read", json(R"({"file_path":"/a"})")),
+                             Block::makeToolUse("t2", "LS", JSONValue(JSONValue::Object()))}}}}},
+        {R"({"type":"assistant","message":{"content":[{"type":"tool_use","id":"t1","name":"R","input":[1,null]}]}})",
+         {{Event::Assistant{{Block::makeToolUse("t1", "R", json("[1,null]"))}}}}},
+        {R"({"type":"assistant","message":{"content":"text"}})", {{Event::Assistant{}}}},
+        {R"({"type":"assistant"})", {{Event::Assistant{}}}},
+        {R"({"type":"assistant","parent_tool_use_id":"t0","message":{"content":[{"type":"text","text":"a"}]}})",
+         {}},
+        // user
+        {R"({"type":"user","message":{"role":"user","content":[{"type":"tool_result","tool_use_id":"t1","content":"one\ntwo"},{"type":"text","text":"skipped"},{"type":"tool_result","tool_use_id":"t2","is_error":true,"content":[{"type":"text","text":"a"},{"type":"image","source":{}},{"type":"text","text":"b"},{"type":"text","text":7}]}]}})",
+         {{Event::ToolResult{"t1", false, "one\ntwo"}}, {Event::ToolResult{"t2", true, "a\nb"}}}},
+        {R"({"type":"user","message":{"content":[{"type":"tool_result","is_error":"yes","content":{"text":"x"}}]}})",
+         {{Event::ToolResult{"", false, ""}}}},
+        {R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"t","content":[]}]}})",
+         {{Event::ToolResult{"t", false, ""}}}},
+        {R"({"type":"user","message":{"content":[{"type":"text","text":"a prompt"}]}})", {}},
+        {R"({"type":"user","parent_tool_use_id":"t0","message":{"content":[{"type":"tool_result","tool_use_id":"t1"}]}})",
+         {}},
+        // result
+        {R"({"type":"result"})", {{Event::Result{true, {}, {}, {}, {}}}}},
+        {R"({"type":"result","subtype":"success"})", {{Event::Result{false, {}, {}, {}, {}}}}},
+        {R"({"type":"result","subtype":"success","is_error":true})", {{Event::Result{true, {}, {}, {}, {}}}}},
+        {R"({"type":"result","subtype":"error_during_execution","is_error":false})",
+         {{Event::Result{false, {}, {}, {}, {}}}}},
+        {R"({"type":"result","subtype":"success","is_error":"false"})",
+         {{Event::Result{false, {}, {}, {}, {}}}}},
+        {R"({"type":"result","subtype":"error_max_turns","is_error":"false"})",
+         {{Event::Result{true, {}, {}, {}, {}}}}},
+        {R"({"type":"result","subtype":"success","is_error":false,"duration_ms":2712,"duration_api_ms":2390,"num_turns":1,"result":"Done.","session_id":"s1","total_cost_usd":0.0123})",
+         {{Event::Result{false, "Done.", 0.0123, 2712, "s1"}}}},
+        {R"({"type":"result","duration_ms":1.5,"total_cost_usd":"0.1","result":5,"session_id":null})",
+         {{Event::Result{true, {}, {}, {}, {}}}}},
+        {R"({"type":"result","duration_ms":3e3,"total_cost_usd":0})",
+         {{Event::Result{true, {}, 0.0, 3000, {}}}}},
+        {R"({"type":"result","duration_ms":-9223372036854775808})",
+         {{Event::Result{true, {}, {}, std::numeric_limits<qint64>::min(), {}}}}},
+        {R"({"type":"result","duration_ms":9223372036854775808})", {{Event::Result{true, {}, {}, {}, {}}}}},
+        {R"({"type":"result","duration_ms":1e400})", {{Event::Result{true, {}, {}, {}, {}}}}},
+        // rate_limit_event
+        {R"({"type":"rate_limit_event"})", {{Event::Usage{}}}},
+        {R"({"type":"rate_limit_event","rate_limit_info":{"status":"allowed","unifiedWindows":{"five_hour":{"utilization":0.42,"resetsAt":1784079000},"seven_day":{"utilization":1.5,"resetsAt":1784500000}}}})",
+         {{Event::Usage{0.42, 1.5, utcSeconds(1784079000)}}}},
+        {R"({"type":"rate_limit_event","rate_limit_info":{"unifiedWindows":{"five_hour":{"resetsAt":1784079000.25},"seven_day":{"utilization":"0.1"}}}})",
+         {{Event::Usage{{}, {}, utcSeconds(1784079000).addMSecs(250)}}}},
+        {R"({"type":"rate_limit_event","rate_limit_info":{"unifiedWindows":{"five_hour":[0.4],"seven_day":{"utilization":0}}}})",
+         {{Event::Usage{{}, 0.0, {}}}}},
+        {R"({"type":"rate_limit_event","rate_limit_info":{"unifiedWindows":{"five_hour":{"resetsAt":1e300}}}})",
+         {{Event::Usage{}}}},
+        {R"({"type":"rate_limit_event","rate_limit_info":{"status":"allowed","resetsAt":1784079000}})",
+         {{Event::Usage{}}}},
+        {R"({"type":"rate_limit_event","rate_limit_info":"x"})", {{Event::Usage{}}}},
+        // other types
+        {R"({"type":"control_request","request":{}})", {}},
+        {R"({"type":"Result"})", {}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.line);
+        EXPECT_EQ(AgentStreamParser::parse(QByteArrayView(c.line)), c.events);
+        EXPECT_EQ(AgentStreamParser::parse(QString::fromUtf8(c.line)), c.events);
+    }
+}
+
+TEST(AgentStreamParser, GivesNothingForLinesThatAreNotATypedObject)
+{
+    const char *lines[] = {
+        "",
+        "   ",
+        "not json",
+        "42",
+        "\"assistant\"",
+        "[{\"type\":\"result\"}]",
+        "null",
+        "{}",
+        R"({"type":null})",
+        R"({"type":["result"]})",
+        R"({"subtype":"success","is_error":false})",
+        R"({"type":"result"} trailing)",
+        R"({"type":"result")",
+        "{\"type\":\"result\"}\n{\"type\":\"result\"}",
+    };
+    for (const char *line : lines) {
+        SCOPED_TRACE(line);
+        EXPECT_TRUE(AgentStreamParser::parse(QByteArrayView(line)).isEmpty());
+    }
+}
+
+// The process hands over raw bytes: broken UTF-8 inside a string is repaired, not a reason to drop
+// the line; outside strings the line is no JSON.
+TEST(AgentStreamParser, RepairsInvalidUTF8InsideStrings)
+{
+    const QByteArray line = "{\"type\":\"stream_event\",\"event\":{\"type\":\"content_block_delta\","
+                            "\"delta\":{\"type\":\"text_delta\",\"text\":\"a\xff"
+                            "b\xe2\x82\"}}}";
+    const QList<Event> events = AgentStreamParser::parse(QByteArrayView(line));
+    ASSERT_EQ(events.size(), 1);
+    const QString text = events[0].as<Event::TextDelta>()->text;
+    EXPECT_TRUE(text.startsWith(QStringLiteral("a\uFFFDb")));
+    EXPECT_TRUE(text.endsWith(QChar(QChar::ReplacementCharacter)));
+    EXPECT_TRUE(AgentStreamParser::parse(QByteArrayView("{\"type\":\"result\"}\xff")).isEmpty());
+    EXPECT_EQ(AgentStreamParser::parse(QByteArrayView("\xef\xbb\xbf{\"type\":\"result\"}")), QList<Event>())
+        << "a byte order mark is no JSON";
+}
+
+// One turn as the CLI prints it with --include-partial-messages: an answer streamed in deltas, a
+// tool call and its result, a sub-agent's lines, the final text, the result and the rate limit.
+TEST(AgentStreamParser, ReadsATurnOfStreamJsonInOrder)
+{
+    const char *transcript[] =
+        {
+            R"J({"type":"system","subtype":"init","cwd":"/home/u/proj","session_id":"0ce8853f-aabe-488c-bbc2-a05f10b1cdc3","tools":["Task","Bash","Read","mcp__vesk__run_r"],"mcp_servers":[{"name":"vesk","status":"connected"}],"model":"claude-sonnet-4-5-20250929","permissionMode":"default","slash_commands":["compact","cost"],"apiKeySource":"ANTHROPIC_API_KEY","claude_code_version":"2.1.331","output_style":"default","agents":["general-purpose"],"skills":[],"plugins":[],"uuid":"7b0f0e3c-5d0b-4a53-9d61-1b1c1d2c9f10"})J",
+            R"J({"type":"stream_event","event":{"type":"message_start","message":{"model":"claude-sonnet-4-5-20250929","id":"msg_01","type":"message","role":"assistant","content":[],"stop_reason":null,"stop_sequence":null,"usage":{"input_tokens":3,"cache_creation_input_tokens":1200,"cache_read_input_tokens":0,"output_tokens":1}}},"session_id":"0ce8853f-aabe-488c-bbc2-a05f10b1cdc3","parent_tool_use_id":null,"uuid":"a1"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_start","index":0,"content_block":{"type":"text","text":""}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"a2"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":0,"delta":{"type":"text_delta","text":"Let me look"}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"a3"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":0,"delta":{"type":"text_delta","text":" at `mtcars`."}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"a4"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_stop","index":0},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"a5"})J",
+            R"J({"type":"assistant","message":{"model":"claude-sonnet-4-5-20250929","id":"msg_01","type":"message","role":"assistant","content":[{"type":"text","text":"Let me look at `mtcars`."}],"stop_reason":null,"stop_sequence":null,"usage":{"input_tokens":3,"output_tokens":9}},"parent_tool_use_id":null,"session_id":"0ce8853f","uuid":"a6"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_start","index":1,"content_block":{"type":"tool_use","id":"toolu_01A","name":"mcp__vesk__run_r","input":{}}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"a7"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":1,"delta":{"type":"input_json_delta","partial_json":"{\"code\": \"summary(mtcars$mpg)\"}"}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"a8"})J",
+            R"J({"type":"assistant","message":{"id":"msg_01","type":"message","role":"assistant","content":[{"type":"tool_use","id":"toolu_01A","name":"mcp__vesk__run_r","input":{"code":"summary(mtcars$mpg)"}}]},"parent_tool_use_id":null,"session_id":"0ce8853f","uuid":"a9"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_stop","index":1},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b0"})J",
+            R"J({"type":"stream_event","event":{"type":"message_delta","delta":{"stop_reason":"tool_use","stop_sequence":null},"usage":{"output_tokens":60}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b1"})J",
+            R"J({"type":"stream_event","event":{"type":"message_stop"},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b2"})J",
+            R"J({"type":"user","message":{"role":"user","content":[{"tool_use_id":"toolu_01A","type":"tool_result","content":[{"type":"text","text":"   Min. 1st Qu.  Median    Mean 3rd Qu.    Max. \n  10.40   15.43   19.20   20.09   22.80   33.90 "}]}]},"parent_tool_use_id":null,"session_id":"0ce8853f","uuid":"b3","tool_use_result":[{"type":"text","text":"..."}]})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":0,"delta":{"type":"text_delta","text":"sub-agent text"}},"session_id":"0ce8853f","parent_tool_use_id":"toolu_01Z","uuid":"b4"})J",
+            R"J({"type":"stream_event","event":{"type":"message_start","message":{"id":"msg_02","type":"message","role":"assistant","content":[]}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b5"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_start","index":0,"content_block":{"type":"thinking","thinking":"","signature":""}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b6"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":0,"delta":{"type":"thinking_delta","thinking":"Median is 19.2."}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b7"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":0,"delta":{"type":"signature_delta","signature":"EqQBCkYIBxgCKkB"}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b8"})J",
+            R"J({"type":"stream_event","event":{"type":"content_block_delta","index":1,"delta":{"type":"text_delta","text":"The median mpg is 19.2."}},"session_id":"0ce8853f","parent_tool_use_id":null,"uuid":"b9"})J",
+            R"J({"type":"rate_limit_event","rate_limit_info":{"status":"allowed","resetsAt":1784079000,"rateLimitType":"five_hour","unifiedWindows":{"five_hour":{"utilization":0.12,"resetsAt":1784079000},"seven_day":{"utilization":0.31,"resetsAt":1784500000}},"isUsingOverage":false},"uuid":"c0","session_id":"0ce8853f"})J",
+            R"J({"type":"result","subtype":"success","is_error":false,"duration_ms":8123,"duration_api_ms":7311,"num_turns":2,"result":"The median mpg is 19.2.","session_id":"0ce8853f-aabe-488c-bbc2-a05f10b1cdc3","total_cost_usd":0.0421525,"usage":{"input_tokens":6,"output_tokens":120},"permission_denials":[],"uuid":"c1"})J",
+        };
+    QList<Event> events;
+    for (const char *line : transcript)
+        events += AgentStreamParser::parse(QByteArrayView(line));
+    const QList<Event> expected = {
+        {Event::Initialized{
+            "0ce8853f-aabe-488c-bbc2-a05f10b1cdc3", "claude-sonnet-4-5-20250929", {{"vesk", "connected"}}}},
+        {Event::MessageStarted{}},
+        textDelta("Let me look"),
+        textDelta(" at `mtcars`."),
+        {Event::Assistant{{Block::makeText("Let me look at `mtcars`.")}}},
+        {Event::ToolUseStarted{"toolu_01A", "mcp__vesk__run_r"}},
+        {Event::Assistant{{Block::makeToolUse("toolu_01A", "mcp__vesk__run_r",
+                                              json(R"J({"code":"summary(mtcars$mpg)"})J"))}}},
+        {Event::ToolResult{"toolu_01A", false,
+                           "   Min. 1st Qu.  Median    Mean 3rd Qu.    Max. \n"
+                           "  10.40   15.43   19.20   20.09   22.80   33.90 "}},
+        {Event::MessageStarted{}},
+        {Event::ThinkingDelta{"Median is 19.2."}},
+        textDelta("The median mpg is 19.2."),
+        {Event::Usage{0.12, 0.31, utcSeconds(1784079000)}},
+        {Event::Result{false, "The median mpg is 19.2.", 0.0421525, 8123,
+                       "0ce8853f-aabe-488c-bbc2-a05f10b1cdc3"}},
+    };
+    EXPECT_EQ(events, expected);
+}
