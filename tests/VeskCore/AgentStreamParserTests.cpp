@@ -1,6 +1,8 @@
 #include "AgentStreamParser.h"
 #include "QStringPrinting.h"
+#include "TestSupport.h"
 
+#include <QFile>
 #include <QTimeZone>
 
 #include <gtest/gtest.h>
@@ -301,4 +303,73 @@ TEST(AgentStreamParser, ReadsATurnOfStreamJsonInOrder)
                        "0ce8853f-aabe-488c-bbc2-a05f10b1cdc3"}},
     };
     EXPECT_EQ(events, expected);
+}
+
+// Lines the real claude printed against the scripted Messages API: a plain answer, a call of an MCP
+// tool and its result, an interrupted turn and one more answer.
+TEST(AgentStreamParser, ReadsTheLinesOfTheRealCLI)
+{
+    QFile file(TestSupport::sourcePath(QStringLiteral("tests/agents/recorded-stream.jsonl")));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << file.fileName().toStdString();
+    QList<Event> events;
+    int lines = 0;
+    while (!file.atEnd()) {
+        const QByteArray line = file.readLine().chopped(1);
+        ASSERT_TRUE(JSONValue::parse(QByteArrayView(line))) << "line " << lines + 1;
+        events += AgentStreamParser::parse(QByteArrayView(line));
+        ++lines;
+    }
+    ASSERT_EQ(lines, 63);
+
+    QString kinds;
+    QString text;
+    QList<Event::Result> results;
+    const QString session = QStringLiteral("dd60932d-c883-4695-bb2b-5b30d4720e56");
+    for (const Event &event : events) {
+        if (const auto *init = event.as<Event::Initialized>()) {
+            kinds += u'I';
+            EXPECT_EQ(*init, (Event::Initialized{session, "claude-opus-5-5", {{"sdk", "connected"}}}));
+        } else if (const auto *delta = event.as<Event::TextDelta>()) {
+            kinds += u'd';
+            text += delta->text;
+        } else if (const auto *result = event.as<Event::Result>()) {
+            kinds += u'R';
+            results.append(*result);
+        } else {
+            kinds += event.as<Event::Status>()           ? u'S'
+                     : event.as<Event::MessageStarted>() ? u'M'
+                     : event.as<Event::Assistant>()      ? u'A'
+                     : event.as<Event::ToolUseStarted>() ? u'T'
+                     : event.as<Event::ToolResult>()     ? u'r'
+                                                         : u'?';
+        }
+    }
+    EXPECT_EQ(kinds, QStringLiteral("ISMdddAR"
+                                    "ISMdATAr"
+                                    "SMddAR"
+                                    "ISMdddddAR"
+                                    "ISMdAR"));
+    EXPECT_EQ(text,
+              QStringLiteral("Hello, world.Calling the echo.The tool said ping.more more more more more "
+                             "Still here."));
+    EXPECT_EQ(results, (QList<Event::Result>{{false, "Hello, world.", 0.00028000000000000003, 429, session},
+                                             {false, "The tool said ping.", 0.00084, 157, session},
+                                             {true, std::nullopt, 0.0010400000000000001, 254, session},
+                                             {false, "Still here.", 0.0013200000000000002, 53, session}}));
+    QList<Event> toolEvents;
+    QList<Block> toolBlocks;
+    for (const Event &event : events) {
+        if (event.as<Event::ToolUseStarted>() || event.as<Event::ToolResult>())
+            toolEvents.append(event);
+        if (const auto *message = event.as<Event::Assistant>()) {
+            for (const Block &block : message->blocks) {
+                if (block.kind == Block::Kind::ToolUse)
+                    toolBlocks.append(block);
+            }
+        }
+    }
+    EXPECT_EQ(toolEvents, (QList<Event>{{Event::ToolUseStarted{"toolu_01", "mcp__sdk__echo"}},
+                                        {Event::ToolResult{"toolu_01", false, "ping"}}}));
+    EXPECT_EQ(toolBlocks,
+              QList<Block>{Block::makeToolUse("toolu_01", "mcp__sdk__echo", json(R"({"text":"ping"})"))});
 }
