@@ -2,6 +2,7 @@
 
 #include "AgentLog.h"
 #include "AgentStreamParser.h"
+#include "ClaudeCLILocator.h"
 #include "PosixChild.h"
 #include "SerialQueue.h"
 
@@ -127,6 +128,19 @@ struct ClaudeCodeProcess::Shared : std::enable_shared_from_this<ClaudeCodeProces
 };
 
 namespace {
+
+// False with errno set when a write fails for another reason than a signal.
+bool writeAll(int fd, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const ssize_t n = ::write(fd, bytes.data(), size_t(bytes.size()));
+        if (n < 0 && errno != EINTR)
+            return false;
+        if (n > 0)
+            bytes = bytes.sliced(n);
+    }
+    return true;
+}
 
 qint32 terminationStatus(const PosixExit &exit)
 {
@@ -287,6 +301,11 @@ std::optional<QString> ClaudeCodeProcess::mcpConfigFile() const
     return m_shared->mcpConfigFile;
 }
 
+std::optional<QString> ClaudeCodeProcess::locate(const std::optional<QString> &preferred)
+{
+    return ClaudeCLILocator::locate(preferred, QDir::homePath());
+}
+
 Result<QString> ClaudeCodeProcess::writePrivateFile(const QString &name, const QByteArray &data)
 {
     // An empty temporary path (TMPDIR names no folder) would put the file in the working directory.
@@ -299,19 +318,12 @@ Result<QString> ClaudeCodeProcess::writePrivateFile(const QString &name, const Q
     if (fd < 0)
         return Failure{QStringLiteral("You don't have permission to write the file %1 (%2).")
                            .arg(path, QString::fromLocal8Bit(std::strerror(errno)))};
-    qsizetype written = 0;
-    while (written < data.size()) {
-        const ssize_t n = ::write(fd, data.constData() + written, size_t(data.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0) {
-            const int error = errno;
-            ::close(fd);
-            ::unlink(QFile::encodeName(path).constData());
-            return Failure{QStringLiteral("The file %1 could not be written (%2).")
-                               .arg(path, QString::fromLocal8Bit(std::strerror(error)))};
-        }
-        written += n;
+    if (!writeAll(fd, data)) {
+        const int error = errno;
+        ::close(fd);
+        ::unlink(QFile::encodeName(path).constData());
+        return Failure{QStringLiteral("The file %1 could not be written (%2).")
+                           .arg(path, QString::fromLocal8Bit(std::strerror(error)))};
     }
     ::close(fd);
     return path;
@@ -388,19 +400,9 @@ void ClaudeCodeProcess::write(const JSONValue &value)
     std::lock_guard guard(m_shared->lock);
     if (m_shared->stdinFd < 0 || !m_shared->running())
         return;
-    qsizetype written = 0;
-    while (written < bytes.size()) {
-        const ssize_t n =
-            ::write(m_shared->stdinFd, bytes.constData() + written, size_t(bytes.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0) {
-            // A broken pipe: the child's exit tells the rest.
-            qCDebug(vsAgents) << "writing to claude failed:" << std::strerror(errno);
-            return;
-        }
-        written += n;
-    }
+    // A broken pipe is left to the child's exit to tell.
+    if (!writeAll(m_shared->stdinFd, bytes))
+        qCDebug(vsAgents) << "writing to claude failed:" << std::strerror(errno);
 }
 
 void ClaudeCodeProcess::terminate()

@@ -42,6 +42,9 @@ public:
     // Closes stdin and ends the child. Safe at any time and more than once; `finished` still comes.
     void terminate();
 
+    // The `claude` to run: `preferred` when it is executable, else the usual places in the home folder.
+    static std::optional<QString> locate(const std::optional<QString> &preferred);
+
     // Creates `name` in the temporary directory, readable by the user alone; an existing file is an
     // error. The file's path.
     static Result<QString> writePrivateFile(const QString &name, const QByteArray &data);
