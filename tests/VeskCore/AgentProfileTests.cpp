@@ -29,18 +29,12 @@ AgentProfile custom()
 TEST(AgentProfile, FiveBuiltInAgentsAndAHiddenInlineOne)
 {
     QStringList ids;
-    for (const AgentProfile &profile : AgentProfile::builtIn()) {
+    for (const AgentProfile &profile : AgentProfile::builtIn())
         ids.append(profile.id);
-        EXPECT_TRUE(profile.isBuiltIn);
-        EXPECT_FALSE(profile.model || profile.effort) << profile.id.toStdString();
-        EXPECT_EQ(profile.starters.size(), 3);
-        EXPECT_TRUE(profile.capabilities.testFlag(AgentCapability::EditScripts));
-        EXPECT_FALSE(profile.capabilities.testFlag(AgentCapability::Web));
-    }
     EXPECT_EQ(ids, (QStringList{u"analyst"_qs, u"tutor"_qs, u"plots"_qs, u"reviewer"_qs, u"reporter"_qs}));
     const AgentProfile &tutor = AgentProfile::builtIn()[1];
     EXPECT_FALSE(tutor.capabilities.testFlag(AgentCapability::RunCode)) << "the Tutor does not run code";
-    EXPECT_EQ(AgentProfile::inlineAssist().id, u"inline"_qs);
+    EXPECT_FALSE(ids.contains(AgentProfile::inlineAssist().id));
 }
 
 TEST(AgentProfile, ModelAndEffortComeFromOverrideThenSettingsThenProfile)

@@ -58,16 +58,6 @@ TEST(ClaudeCLILocator, SearchesTheSettingThenTheCandidatesInOrder)
     }
 }
 
-TEST(ClaudeCLILocator, TheDefaultTestWantsAnExecutableFile)
-{
-    QTemporaryDir dir;
-    const QString script = writeScript(dir.path(), u"claude"_qs, "exit 0\n");
-    const QString plain = TestSupport::writeFile(dir.path(), u"plain"_qs, "text");
-    EXPECT_EQ(ClaudeCLILocator::locate(script, dir.path()), script);
-    EXPECT_EQ(ClaudeCLILocator::locate(plain, dir.path()), std::nullopt);
-    EXPECT_EQ(ClaudeCLILocator::locate(dir.path(), dir.path()), std::nullopt) << "a folder";
-}
-
 TEST(ClaudeCLILocator, ReadsTheLastMarkerLineOfAShell)
 {
     const std::pair<QString, std::optional<QString>> cases[] = {
