@@ -1,8 +1,12 @@
 #include "AgentStreamParser.h"
 
+#include "TextUnits.h"
+
 #include <QTimeZone>
 
+#include <array>
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -207,6 +211,358 @@ void rateLimitLine(const JSONValue &line, QList<Event> &out)
     out.append({std::move(usage)});
 }
 
+// Streamed deltas are nearly every line `claude` prints, and building a whole JSONValue for each
+// (a map node and a string per key) cost more than everything else together. So stream_event lines
+// are first skimmed in place: the line is checked to be JSON that JSONValue::parse accepts, then only
+// the few members read are looked up in the bytes. Whatever the skim cannot answer for certain (keys
+// or compared values with escapes, deep nesting, other line types) goes the general way, so both
+// ways give the same events for every line.
+namespace Skim {
+
+constexpr int maxDepth = 64; // stricter than the reader: deeper lines go the general way
+
+// Checks that the line is one JSON document the reader accepts, with keys of plain ASCII. May refuse
+// more than the reader does, never less.
+class Validator {
+public:
+    explicit Validator(QByteArrayView line) : m_p(line.data()), m_end(line.data() + line.size()) {}
+
+    bool document()
+    {
+        space();
+        if (!value(0))
+            return false;
+        space();
+        return m_p == m_end;
+    }
+
+private:
+    const char *m_p;
+    const char *m_end;
+
+    void space()
+    {
+        while (m_p < m_end && (*m_p == ' ' || *m_p == '\n' || *m_p == '\r' || *m_p == '\t'))
+            ++m_p;
+    }
+
+    bool literal(QByteArrayView word)
+    {
+        if (m_end - m_p < word.size() || QByteArrayView(m_p, word.size()) != word)
+            return false;
+        m_p += word.size();
+        return true;
+    }
+
+    bool digits()
+    {
+        if (m_p >= m_end || *m_p < '0' || *m_p > '9')
+            return false;
+        while (m_p < m_end && *m_p >= '0' && *m_p <= '9')
+            ++m_p;
+        return true;
+    }
+
+    bool number()
+    {
+        if (*m_p == '-')
+            ++m_p;
+        if (m_p < m_end && *m_p == '0')
+            ++m_p;
+        else if (!digits())
+            return false;
+        if (m_p < m_end && *m_p == '.') {
+            ++m_p;
+            if (!digits())
+                return false;
+        }
+        if (m_p < m_end && (*m_p == 'e' || *m_p == 'E')) {
+            ++m_p;
+            if (m_p < m_end && (*m_p == '+' || *m_p == '-'))
+                ++m_p;
+            if (!digits())
+                return false;
+        }
+        return true;
+    }
+
+    // `plain` turns false at an escape or a byte outside ASCII.
+    bool string(bool *plain)
+    {
+        ++m_p;
+        while (m_p < m_end) {
+            const unsigned char c = static_cast<unsigned char>(*m_p);
+            if (c == '"') {
+                ++m_p;
+                return true;
+            }
+            if (c < 0x20)
+                return false;
+            if (c != '\\') {
+                if (c >= 0x80)
+                    *plain = false; // broken UTF-8 is repaired, not refused
+                ++m_p;
+                continue;
+            }
+            *plain = false;
+            if (m_end - m_p < 2)
+                return false;
+            switch (m_p[1]) {
+            case '"':
+            case '\\':
+            case '/':
+            case 'b':
+            case 'f':
+            case 'n':
+            case 'r':
+            case 't':
+                m_p += 2;
+                break;
+            case 'u':
+                if (m_end - m_p < 6)
+                    return false;
+                for (int i = 2; i < 6; ++i) {
+                    if (TextUnits::hexDigitValue(m_p[i]) < 0)
+                        return false;
+                }
+                m_p += 6;
+                break;
+            default:
+                return false;
+            }
+        }
+        return false;
+    }
+
+    bool value(int depth)
+    {
+        if (m_p >= m_end)
+            return false;
+        bool plain = true;
+        switch (*m_p) {
+        case '"':
+            return string(&plain);
+        case '{':
+            return container(depth + 1, '}');
+        case '[':
+            return container(depth + 1, ']');
+        case 't':
+            return literal("true");
+        case 'f':
+            return literal("false");
+        case 'n':
+            return literal("null");
+        default:
+            return (*m_p == '-' || (*m_p >= '0' && *m_p <= '9')) && number();
+        }
+    }
+
+    bool container(int depth, char close)
+    {
+        if (depth > maxDepth)
+            return false;
+        ++m_p;
+        space();
+        if (m_p < m_end && *m_p == close) {
+            ++m_p;
+            return true;
+        }
+        for (;;) {
+            space();
+            if (close == '}') {
+                bool plain = true;
+                if (m_p >= m_end || *m_p != '"' || !string(&plain) || !plain)
+                    return false;
+                space();
+                if (m_p >= m_end || *m_p != ':')
+                    return false;
+                ++m_p;
+                space();
+            }
+            if (!value(depth))
+                return false;
+            space();
+            if (m_p >= m_end)
+                return false;
+            if (*m_p == ',') {
+                ++m_p;
+                continue;
+            }
+            if (*m_p == close) {
+                ++m_p;
+                return true;
+            }
+            return false;
+        }
+    }
+};
+
+// Walking a line the Validator accepted: every value is complete and well formed.
+const char *skipSpace(const char *p)
+{
+    while (*p == ' ' || *p == '\n' || *p == '\r' || *p == '\t')
+        ++p;
+    return p;
+}
+
+const char *skipString(const char *p, const char *end)
+{
+    for (++p;;) {
+        p = static_cast<const char *>(std::memchr(p, '"', size_t(end - p)));
+        const char *q = p;
+        while (q[-1] == '\\')
+            --q;
+        if ((p - q) % 2 == 0) // not escaped
+            return p + 1;
+        ++p;
+    }
+}
+
+const char *skipValue(const char *p, const char *end)
+{
+    if (*p == '"')
+        return skipString(p, end);
+    if (*p != '{' && *p != '[') {
+        while (*p != ',' && *p != '}' && *p != ']' && *p != ' ' && *p != '\n' && *p != '\r' && *p != '\t')
+            ++p;
+        return p;
+    }
+    int depth = 0;
+    for (;;) {
+        if (*p == '"') {
+            p = skipString(p, end);
+            continue;
+        }
+        if (*p == '{' || *p == '[')
+            ++depth;
+        else if ((*p == '}' || *p == ']') && --depth == 0)
+            return p + 1;
+        ++p;
+    }
+}
+
+// One value of the line; empty when absent.
+using Span = QByteArrayView;
+
+bool isObject(Span value)
+{
+    return !value.isEmpty() && value.front() == '{';
+}
+
+bool isString(Span value)
+{
+    return !value.isEmpty() && value.front() == '"';
+}
+
+// The members of those names (keys are plain here), in one pass; the last of equal keys counts, as
+// the reader keeps it.
+template <size_t N> std::array<Span, N> members(Span object, const std::array<QByteArrayView, N> &keys)
+{
+    std::array<Span, N> found{};
+    if (!isObject(object))
+        return found;
+    const char *p = skipSpace(object.data() + 1);
+    if (*p == '}')
+        return found;
+    for (;;) {
+        const char *name = skipSpace(p);
+        p = skipString(name, object.end());
+        const QByteArrayView key(name + 1, p - name - 2);
+        const char *value = skipSpace(skipSpace(p) + 1);
+        p = skipValue(value, object.end());
+        for (size_t i = 0; i < N; ++i) {
+            if (key == keys[i])
+                found[i] = Span(value, p - value);
+        }
+        p = skipSpace(p);
+        if (*p != ',')
+            return found;
+        ++p;
+    }
+}
+
+enum class Match { No, Yes, Unknown };
+
+// Plain ASCII compares byte for byte. Escapes, and other bytes (the UTF-8 decoder drops a byte order
+// mark at the start of a run), are left to the general way.
+bool plain(Span raw)
+{
+    for (char c : raw) {
+        if (c == '\\' || static_cast<unsigned char>(c) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+// Whether the value is the string `text` (plain ASCII).
+Match stringIs(Span value, QByteArrayView text)
+{
+    if (!isString(value))
+        return Match::No;
+    const Span raw = value.sliced(1, value.size() - 2);
+    if (!plain(raw))
+        return Match::Unknown;
+    return raw == text ? Match::Yes : Match::No;
+}
+
+// Decoded by the reader itself, so the text is exactly what the general way gives.
+QString decoded(Span value)
+{
+    const std::optional<JSONValue> string = JSONValue::parse(value);
+    return string ? string->stringValue().value_or(QString()) : QString();
+}
+
+// The events of a stream_event line, or nothing when the general way must answer.
+std::optional<QList<Event>> streamEvent(QByteArrayView line)
+{
+    if (!Validator(line).document())
+        return std::nullopt;
+    const char *start = skipSpace(line.data());
+    if (*start != '{')
+        return std::nullopt;
+    const auto [type, event, parent] = members<3>(Span(start, skipValue(start, line.end()) - start),
+                                                  {"type", "event", "parent_tool_use_id"});
+    if (stringIs(type, "stream_event") != Match::Yes)
+        return std::nullopt;
+    QList<Event> out;
+    if (!isObject(event) || isString(parent))
+        return out;
+    const auto [eventType, delta, block] = members<3>(event, {"type", "delta", "content_block"});
+    if (stringIs(eventType, "message_start") == Match::Yes) {
+        out.append({Event::MessageStarted{}});
+        return out;
+    }
+    if (const Match isDelta = stringIs(eventType, "content_block_delta"); isDelta != Match::No) {
+        if (isDelta == Match::Unknown)
+            return std::nullopt;
+        const auto [deltaType, text, thinking] = members<3>(delta, {"type", "text", "thinking"});
+        const Match isText = stringIs(deltaType, "text_delta");
+        const Match isThinking = stringIs(deltaType, "thinking_delta");
+        if (isText == Match::Unknown || isThinking == Match::Unknown)
+            return std::nullopt;
+        if (isText == Match::Yes && isString(text))
+            out.append({Event::TextDelta{decoded(text)}});
+        else if (isThinking == Match::Yes && isString(thinking))
+            out.append({Event::ThinkingDelta{decoded(thinking)}});
+        return out;
+    }
+    if (const Match isStart = stringIs(eventType, "content_block_start"); isStart != Match::No) {
+        if (isStart == Match::Unknown)
+            return std::nullopt;
+        const auto [blockType, id, name] = members<3>(block, {"type", "id", "name"});
+        const Match isToolUse = stringIs(blockType, "tool_use");
+        if (isToolUse == Match::Unknown)
+            return std::nullopt;
+        if (isToolUse == Match::Yes)
+            out.append({Event::ToolUseStarted{isString(id) ? decoded(id) : QString(),
+                                              isString(name) ? decoded(name) : QString()}});
+        return out;
+    }
+    return out;
+}
+
+} // namespace Skim
+
 } // namespace
 
 namespace AgentStreamParser {
@@ -234,6 +590,8 @@ QList<AgentStreamEvent> eventsOf(const JSONValue &line)
 
 QList<AgentStreamEvent> parse(QByteArrayView utf8Line)
 {
+    if (std::optional<QList<Event>> skimmed = Skim::streamEvent(utf8Line))
+        return std::move(*skimmed);
     const std::optional<JSONValue> line = JSONValue::parse(utf8Line);
     return line ? eventsOf(*line) : QList<Event>();
 }

@@ -144,6 +144,27 @@ TEST(AgentStreamParser, ReadsEachKindOfLineByItsKeysAndTakesWrongTypesAsAbsent)
          {}},
         {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":"text_delta"}})", {}},
         {R"({"type":"stream_event","event":{"type":"message_stop"}})", {}},
+        // stream events in shapes the skim leaves to the general way, or must read as the reader does
+        {R"({"typ\u0065":"stream_event","event":{"type":"message_start"}})", {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_\u0065vent","event":{"type":"message_start"}})", {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_event","event":{"type":"message_st\u0061rt"}})", {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","t\u0065xt":"x"}}})",
+         {textDelta("x")}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":"x"}},"event":{"type":"message_start"}})",
+         {{Event::MessageStarted{}}}},
+        {R"({"type":"stream_event","parent_tool_use_id":"p","parent_tool_use_id":null,"event":{"type":"message_start"}})",
+         {{Event::MessageStarted{}}}},
+        {" \t{ \"type\" :\r\n\"stream_event\" , \"event\" : { \"delta\" : { \"text\" : \"a\\\"b\\\\\" , "
+         "\"type\" : \"text_delta\" } , \"type\" : \"content_block_delta\" } }\n",
+         {textDelta("a\"b\\")}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":"x","deep":[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]]}}})",
+         {textDelta("x")}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":"x"}},"n":01})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":"\x"}}})",
+         {}},
+        {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":{"type":"text_delta","text":"\ud800"}}})",
+         {{Event::TextDelta{QString(QChar::ReplacementCharacter)}}}},
         // assistant
         {R"({"type":"assistant","message":{"content":[{"type":"thinking","thinking":"plan","signature":"s"},{"type":"text","text":"Hi"},{"type":"tool_use","id":"t1","name":"Read","input":{"file_path":"/a"}},{"type":"tool_use","id":"t2","name":"LS"},{"type":"tool_use","id":"t3"},{"type":"text","text":null},{"type":"image"},{"text":"untyped"}]}})",
          {{Event::Assistant{{Block::makeThinking("plan"), Block::makeText("Hi"),
@@ -206,6 +227,9 @@ TEST(AgentStreamParser, ReadsEachKindOfLineByItsKeysAndTakesWrongTypesAsAbsent)
         SCOPED_TRACE(c.line);
         EXPECT_EQ(AgentStreamParser::parse(QByteArrayView(c.line)), c.events);
         EXPECT_EQ(AgentStreamParser::parse(QString::fromUtf8(c.line)), c.events);
+        const std::optional<JSONValue> value = JSONValue::parse(QByteArrayView(c.line));
+        EXPECT_EQ(value ? AgentStreamParser::eventsOf(*value) : QList<Event>(), c.events)
+            << "the general way";
     }
 }
 
