@@ -1,3 +1,4 @@
 #include "AgentLog.h"
 
-Q_LOGGING_CATEGORY(vsAgents, "vesk.agents")
+// Debug lines only when asked for, since every start and exit of a claude logs one.
+Q_LOGGING_CATEGORY(vsAgents, "vesk.agents", QtInfoMsg)
