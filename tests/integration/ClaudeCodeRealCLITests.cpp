@@ -3,6 +3,7 @@
 // official SDK's and Vesk's own. Every wait has a time limit, so a stuck child fails a test instead
 // of hanging the suite.
 #include "ClaudeCodeProcess.h"
+#include "HTTPTestClient.h"
 #include "MCPServer.h"
 #include "ScriptedMessagesAPI.h"
 #include "TestSupport.h"
@@ -484,6 +485,63 @@ TEST_F(ClaudeRealCLI, AClaudeThatDiesAtStartEndsWithItsExitStatus)
     // A message to the dead child goes nowhere.
     run.process->send(u"Still there?"_qs);
     run.process->terminate();
+}
+
+// The stand-in itself: what the CLI may send besides conversation turns is answered without using
+// up the script, and the turns stream as server-sent events.
+TEST(ScriptedMessagesAPI, AnswersEverythingButTurnsWithoutUsingTheScript)
+{
+    ScriptedMessagesAPI api;
+    const Result<quint16> port = api.start();
+    ASSERT_TRUE(port.ok());
+    api.addTurn(ScriptedMessagesAPI::Turn::text({u"Scripted."_qs}));
+    const auto post = [](const char *target, const QByteArray &body) {
+        return QByteArray("POST ") + target + " HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n" +
+               "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+    };
+    struct Case {
+        QByteArray request;
+        int status;
+        const char *bodyHolds;
+        bool head = false;
+    };
+    const QList<Case> cases = {
+        {post("/v1/messages/count_tokens?beta=true", R"({"model":"m","messages":[],"tools":[]})"), 200,
+         R"("input_tokens":42)"},
+        {post("/v1/messages?beta=true", R"({"model":"small","max_tokens":50,"messages":[]})"), 200,
+         "Side answer."},
+        {"GET /v1/models HTTP/1.1\r\nHost: x\r\n\r\n", 404, "not_found_error"},
+        {"HEAD / HTTP/1.1\r\nHost: x\r\n\r\n", 404, "", true},
+    };
+    HTTPTestClient client(*port);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.request.left(40).toStdString());
+        ASSERT_TRUE(client.send(c.request));
+        const HTTPTestReply reply = client.read(c.head);
+        EXPECT_EQ(reply.status, c.status);
+        EXPECT_TRUE(reply.body.contains(c.bodyHolds)) << reply.body.toStdString();
+    }
+    EXPECT_TRUE(api.turnRequests().isEmpty());
+
+    for (const char *expected : {"Scripted.", ScriptedMessagesAPI::fallbackText}) {
+        HTTPTestClient turn(*port);
+        ASSERT_TRUE(turn.send(
+            post("/v1/messages?beta=true", R"({"model":"m","stream":true,"tools":[],"messages":[]})")));
+        QByteArray stream;
+        ASSERT_TRUE(turn.closedWithin(10s, &stream));
+        EXPECT_TRUE(stream.startsWith("HTTP/1.1 200 OK\r\n"));
+        EXPECT_TRUE(stream.contains("event: message_start\n"));
+        EXPECT_TRUE(stream.contains(QByteArray(R"({"text":")") + expected + R"(","type":"text_delta"})"))
+            << stream.toStdString();
+        EXPECT_TRUE(stream.endsWith("event: message_stop\ndata: {\"type\":\"message_stop\"}\n\n"));
+    }
+    QList<ScriptedMessagesAPI::Kind> kinds;
+    for (const auto &request : api.requests())
+        kinds.append(request.kind);
+    using Kind = ScriptedMessagesAPI::Kind;
+    EXPECT_EQ(kinds,
+              (QList<Kind>{Kind::CountTokens, Kind::Side, Kind::Other, Kind::Other, Kind::Turn, Kind::Turn}));
+    EXPECT_EQ(api.turnRequests().at(1).turn, 1);
 }
 
 } // namespace
