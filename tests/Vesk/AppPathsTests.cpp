@@ -10,5 +10,5 @@ TEST(AppPaths, FindsTheKernelBesideTheBuild)
     const QString kernel = AppPaths::kernelScript();
     ASSERT_FALSE(kernel.isEmpty());
     EXPECT_TRUE(QFileInfo(kernel).isFile());
-    EXPECT_TRUE(kernel.endsWith(QStringLiteral("Resources/kernel.R")));
+    EXPECT_TRUE(kernel.endsWith(u"Resources/kernel.R"_qs));
 }

@@ -17,12 +17,6 @@
 
 namespace {
 
-QByteArray bytesOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 void writeBytes(const QString &path, const QByteArray &bytes, const QDateTime &modified = {})
 {
     QFile file(path);
@@ -133,7 +127,7 @@ TEST(DocumentStoreFiles, EveryEncodingAndEndingSavesBackByteForByte)
                 EXPECT_EQ(document->encoding(), enc) << name.toStdString();
             }
             EXPECT_EQ(f.saved(document), std::optional<bool>(true));
-            EXPECT_EQ(bytesOf(f.path(name)), *bytes) << name.toStdString();
+            EXPECT_EQ(TestSupport::readFile(f.path(name)), *bytes) << name.toStdString();
         }
     }
     EXPECT_TRUE(f.alerts.isEmpty());
@@ -142,7 +136,7 @@ TEST(DocumentStoreFiles, EveryEncodingAndEndingSavesBackByteForByte)
     EditorDocument *bom = f.store->script(f.path(u"utf8BOM-crlf.R"_qs));
     bom->setText(bom->text() + u"\nw <- 2"_qs);
     EXPECT_EQ(f.saved(bom), std::optional<bool>(true));
-    const QByteArray written = bytesOf(f.path(u"utf8BOM-crlf.R"_qs));
+    const QByteArray written = TestSupport::readFile(f.path(u"utf8BOM-crlf.R"_qs));
     EXPECT_TRUE(written.startsWith("\xEF\xBB\xBF"));
     EXPECT_TRUE(written.endsWith("z\r\nw <- 2"));
     EXPECT_FALSE(bom->needsSave());
@@ -218,7 +212,7 @@ TEST(DocumentStoreDisk, OutsideChangesReloadAskOrMarkTheDocument)
         u"“s.R” changed on disk."_qs,
         u"Another app changed the file since you opened it. Saving replaces those changes with yours."_qs);
     f.answer(u"Cancel"_qs);
-    EXPECT_EQ(bytesOf(path), QByteArray("theirs\n"));
+    EXPECT_EQ(TestSupport::readFile(path), QByteArray("theirs\n"));
     EXPECT_EQ(document->diskState(), DiskState::changed);
 
     // Keep Mine forgets the outside change: the next save asks nothing.
@@ -226,14 +220,14 @@ TEST(DocumentStoreDisk, OutsideChangesReloadAskOrMarkTheDocument)
     EXPECT_EQ(document->diskState(), DiskState::current);
     EXPECT_EQ(f.saved(document), std::optional<bool>(true));
     EXPECT_TRUE(f.alerts.isEmpty());
-    EXPECT_EQ(bytesOf(path), QByteArray("mine\n"));
+    EXPECT_EQ(TestSupport::readFile(path), QByteArray("mine\n"));
 
     // "Save Anyway" writes over the change.
     document->setText(u"mine again\n"_qs);
     writeOutside(path, "theirs again\n");
     EXPECT_EQ(f.saved(document), std::nullopt);
     f.answer(u"Save Anyway"_qs);
-    EXPECT_EQ(bytesOf(path), QByteArray("mine again\n"));
+    EXPECT_EQ(TestSupport::readFile(path), QByteArray("mine again\n"));
 
     // Revert asks first; a clean document has nothing to revert.
     f.store->revert(document);
@@ -251,7 +245,7 @@ TEST(DocumentStoreDisk, ADeletedFileShowsAsDeletedAndComesBack)
     StoreFixture f;
     const QString path = f.file(u"gone.R"_qs, "text\n");
     EditorDocument *clean = f.open(path);
-    const QByteArray bytes = bytesOf(path);
+    const QByteArray bytes = TestSupport::readFile(path);
     const QDateTime date = QFileInfo(path).lastModified();
     ASSERT_TRUE(QFile::remove(path));
     f.store->checkDisk();
@@ -289,13 +283,13 @@ TEST(DocumentStoreSave, UnencodableTextOffersUTF8)
     EXPECT_EQ(f.alerts[0].buttons, (QStringList{u"Save as UTF-8"_qs, u"Cancel"_qs}));
     f.answer(u"Cancel"_qs);
     EXPECT_EQ(document->encoding(), TextFileEncoding(TextFileEncoding::latin1));
-    EXPECT_EQ(bytesOf(path), QByteArray("caf\xE9 \x81\n"));
+    EXPECT_EQ(TestSupport::readFile(path), QByteArray("caf\xE9 \x81\n"));
 
     EXPECT_EQ(f.saved(document), std::nullopt);
     f.answer(u"Save as UTF-8"_qs);
     EXPECT_EQ(f.lastSaved, std::optional<bool>(true));
     EXPECT_EQ(document->encoding(), TextFileEncoding(TextFileEncoding::utf8));
-    EXPECT_EQ(bytesOf(path), u"café \u0081\nπ\n"_qs.toUtf8());
+    EXPECT_EQ(TestSupport::readFile(path), u"café \u0081\nπ\n"_qs.toUtf8());
 }
 
 TEST(DocumentStoreSave, LinksStayLinksAndPermissionsStay)
@@ -309,7 +303,7 @@ TEST(DocumentStoreSave, LinksStayLinksAndPermissionsStay)
     document->setText(u"echo 2\n"_qs);
     EXPECT_EQ(f.saved(document), std::optional<bool>(true));
     EXPECT_TRUE(QFileInfo(link).isSymLink());
-    EXPECT_EQ(bytesOf(target), QByteArray("echo 2\n"));
+    EXPECT_EQ(TestSupport::readFile(target), QByteArray("echo 2\n"));
     EXPECT_TRUE(QFile::permissions(target) & QFileDevice::ExeOwner);
 }
 
@@ -334,7 +328,7 @@ TEST(DocumentStoreClose, DirtyTabsAskAndTheAnswersDoWhatTheySay)
     f.savePath = f.path(u"kept.R"_qs);
     f.answer(u"Save"_qs);
     EXPECT_TRUE(f.store->items().isEmpty());
-    EXPECT_EQ(bytesOf(f.path(u"kept.R"_qs)), QByteArray("x <- 1"));
+    EXPECT_EQ(TestSupport::readFile(f.path(u"kept.R"_qs)), QByteArray("x <- 1"));
 
     EditorDocument *b = f.store->newScript();
     EditorDocument *c = f.store->newScript();
@@ -524,10 +518,11 @@ TEST(SessionFiles, FormerDataFolderMovesInWithoutOverwriting)
     TestSupport::writeFile(AutosaveStore::autosaves(), u"k-"_qs + unique + u".txt"_qs, "new");
 
     AutosaveStore::adoptFormerFolder(former);
-    EXPECT_EQ(bytesOf(moved), QByteArray("moved"));
-    EXPECT_EQ(bytesOf(kept), QByteArray("new")) << "what the new folder has stays";
-    EXPECT_EQ(bytesOf(AutosaveStore::base() + u'/' + history + u"/h.json"_qs), QByteArray("[]"));
-    EXPECT_EQ(bytesOf(former + u"/Autosave/k-"_qs + unique + u".txt"_qs), QByteArray("old"))
+    EXPECT_EQ(TestSupport::readFile(moved), QByteArray("moved"));
+    EXPECT_EQ(TestSupport::readFile(kept), QByteArray("new")) << "what the new folder has stays";
+    EXPECT_EQ(TestSupport::readFile(AutosaveStore::base() + u'/' + history + u"/h.json"_qs),
+              QByteArray("[]"));
+    EXPECT_EQ(TestSupport::readFile(former + u"/Autosave/k-"_qs + unique + u".txt"_qs), QByteArray("old"))
         << "what could not move is not lost";
     EXPECT_FALSE(QFile::exists(former + u'/' + history));
 

@@ -15,22 +15,22 @@ TEST(EditorSessionModel, ContextTellsCodeStringsCommentsAndProse)
 {
     QTextDocument document;
     EditorSession session(&document, EditorMode::document);
-    session.loadText(QStringLiteral("x <- \"ab\nc\" # note\ny"));
+    session.loadText(u"x <- \"ab\nc\" # note\ny"_qs);
     const QString &text = session.text();
     EXPECT_EQ(session.context(0), TextContext::code);
     EXPECT_EQ(session.context(text.indexOf(u'a')), TextContext::string);
     EXPECT_EQ(session.context(text.indexOf(u'"')), TextContext::code) << "before the opening quote";
     EXPECT_EQ(session.context(text.indexOf(u'c')), TextContext::string) << "a line that continues a string";
-    EXPECT_EQ(session.context(text.indexOf(QStringLiteral("note"))), TextContext::comment);
+    EXPECT_EQ(session.context(text.indexOf(u"note"_qs)), TextContext::comment);
     EXPECT_EQ(session.context(text.size()), TextContext::code);
     EXPECT_EQ(session.token(text.indexOf(u'y'))->kind, RTokenKind::identifier);
     EXPECT_FALSE(session.token(-3).has_value());
     EXPECT_FALSE(session.token(text.size() + 10).has_value());
 
     session.setLanguage(RSourceLanguage::rMarkdown);
-    session.loadText(QStringLiteral("Prose (here)\n```{r}\nf(1)\n```\n"));
+    session.loadText(u"Prose (here)\n```{r}\nf(1)\n```\n"_qs);
     EXPECT_EQ(session.context(3), TextContext::notApplicable);
-    EXPECT_EQ(session.context(session.text().indexOf(QStringLiteral("(1)"))), TextContext::code);
+    EXPECT_EQ(session.context(session.text().indexOf(u"(1)"_qs)), TextContext::code);
     session.setSelection(3);
     EXPECT_FALSE(session.handleTypedCharacter(u'(')) << "prose gets no pairs";
 
@@ -47,9 +47,9 @@ TEST(EditorSessionModel, ChunksAreTheRChunksWithOneBasedLines)
                        "```{rust}\nno\n```\n```{r}\nunclosed\n");
     const QList<RmdChunks::Chunk> chunks = RmdChunks::all(text);
     ASSERT_EQ(chunks.size(), 3);
-    EXPECT_EQ(chunks[0], (RmdChunks::Chunk{QStringLiteral("a <- 1\nb <- 2"), 5, 6}));
+    EXPECT_EQ(chunks[0], (RmdChunks::Chunk{u"a <- 1\nb <- 2"_qs, 5, 6}));
     EXPECT_EQ(chunks[1].code, QString()) << "an empty chunk";
-    EXPECT_EQ(chunks[2], (RmdChunks::Chunk{QStringLiteral("c"), 15, 15}));
+    EXPECT_EQ(chunks[2], (RmdChunks::Chunk{u"c"_qs, 15, 15}));
     EXPECT_EQ(RmdChunks::chunk(6, text)->startLine, 5);
     EXPECT_FALSE(RmdChunks::chunk(4, text).has_value()) << "the header line is not code";
     EXPECT_FALSE(RmdChunks::chunk(13, text).has_value()) << "an empty chunk holds no line";
@@ -90,22 +90,22 @@ TEST(EditorSessionModel, SmallTextsReachTheBindingAtOnceLargeOnesPerBurst)
         bound = text;
         ++writes;
     };
-    session.loadText(QStringLiteral("a\n"));
+    session.loadText(u"a\n"_qs);
     EXPECT_EQ(writes, 0) << "loaded text is not written back";
     QTextCursor cursor(&document);
     cursor.movePosition(QTextCursor::End);
-    cursor.insertText(QStringLiteral("b"));
-    EXPECT_EQ(bound, QStringLiteral("a\nb"));
+    cursor.insertText(u"b"_qs);
+    EXPECT_EQ(bound, u"a\nb"_qs);
 
     session.loadText(QString(EditorSession::immediateSyncLimit + 10, u'x'));
     cursor.movePosition(QTextCursor::End);
-    cursor.insertText(QStringLiteral("y"));
-    cursor.insertText(QStringLiteral("z"));
-    EXPECT_EQ(bound, QStringLiteral("a\nb")) << "a large text waits for the end of the burst";
+    cursor.insertText(u"y"_qs);
+    cursor.insertText(u"z"_qs);
+    EXPECT_EQ(bound, u"a\nb"_qs) << "a large text waits for the end of the burst";
     const int before = writes;
-    ASSERT_TRUE(TestSupport::waitUntil([&] { return bound.endsWith(QStringLiteral("yz")); }));
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return bound.endsWith(u"yz"_qs); }));
     EXPECT_EQ(writes, before + 1) << "one write for the burst";
-    cursor.insertText(QStringLiteral("!"));
+    cursor.insertText(u"!"_qs);
     session.flushPendingChanges();
     EXPECT_TRUE(bound.endsWith(u'!')) << "a command flushes first";
     EXPECT_EQ(bound, session.lastSyncedText());

@@ -29,7 +29,7 @@ struct ScriptedSession {
         };
         session.onEvent = [this](const SessionEvent &e) { events.append(e); };
     }
-    void start() { session.start(QStringLiteral("R"), QDir::tempPath(), QStringLiteral("kernel.R")); }
+    void start() { session.start(u"R"_qs, QDir::tempPath(), u"kernel.R"_qs); }
     // What R prints from its start to the first framed prompt.
     void startReady()
     {
@@ -80,12 +80,11 @@ TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
          [&] { s.r->print(ScriptedProcess::frame(R"({"type":"ready","version":"4.2.2","pid":42})")); },
          RSessionStatus::busy()},
         {"the first prompt", [&] { s.r->print(ScriptedProcess::readyPrompt()); }, RSessionStatus::idle()},
-        {"a run that reads a line", [&] { s.run(QStringLiteral("x <- readline()"), result); },
-         RSessionStatus::busy()},
+        {"a run that reads a line", [&] { s.run(u"x <- readline()"_qs, result); }, RSessionStatus::busy()},
         {"R asks for the line",
          [&] { s.r->print(ScriptedProcess::frame(R"({"type":"input","kind":"line"})")); },
          RSessionStatus::waitingForInput()},
-        {"the user answers", [&] { s.session.sendRaw(QStringLiteral("Ada")); }, RSessionStatus::busy()},
+        {"the user answers", [&] { s.session.sendRaw(u"Ada"_qs); }, RSessionStatus::busy()},
         {"R read it",
          [&] {
              s.r->readLine();
@@ -96,13 +95,13 @@ TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
          RSessionStatus::idle()},
         {"an unfinished line",
          [&] {
-             s.session.sendRaw(QStringLiteral("1 +"));
+             s.session.sendRaw(u"1 +"_qs);
              s.r->readLine();
          },
          RSessionStatus::busy()},
         {"R continues it", [&] { s.r->print(ScriptedProcess::continuationPrompt()); },
          RSessionStatus::waitingForInput()},
-        {"the rest of it", [&] { s.session.sendRaw(QStringLiteral("2")); }, RSessionStatus::busy()},
+        {"the rest of it", [&] { s.session.sendRaw(u"2"_qs); }, RSessionStatus::busy()},
         {"its value",
          [&] {
              s.r->readLine();
@@ -111,7 +110,7 @@ TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
          RSessionStatus::idle()},
         {"a run that stops in the browser, where the session frames R's prompts first",
          [&] {
-             s.run(QStringLiteral("f()"), result);
+             s.run(u"f()"_qs, result);
              s.r->print("Called from: f()\n" + ScriptedProcess::browserPrompt(2));
          },
          RSessionStatus::busy()},
@@ -123,22 +122,21 @@ TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
          RSessionStatus::debugging(2)},
         {"continue",
          [&] {
-             s.session.sendRaw(QStringLiteral("c"));
+             s.session.sendRaw(u"c"_qs);
              s.r->readLine();
          },
          RSessionStatus::busy()},
         {"the run ends", [&] { s.r->print(done() + ScriptedProcess::readyPrompt()); },
          RSessionStatus::idle()},
-        {"R dies", [&] { s.r->exit(9, QStringLiteral("R was killed")); },
-         RSessionStatus::stopped(QStringLiteral("R was killed"))},
+        {"R dies", [&] { s.r->exit(9, u"R was killed"_qs); }, RSessionStatus::stopped(u"R was killed"_qs)},
         {"started again", [&] { s.startReady(); }, RSessionStatus::idle()},
         {"shut down", [&] { s.session.shutDown(); }, RSessionStatus::notStarted()},
         {"R cannot be launched",
          [&] {
-             s.launchError = QStringLiteral("no such file");
+             s.launchError = u"no such file"_qs;
              s.start();
          },
-         RSessionStatus::stopped(QStringLiteral("Could not start R: no such file"))},
+         RSessionStatus::stopped(u"Could not start R: no such file"_qs)},
     };
     for (const Step &step : steps) {
         SCOPED_TRACE(step.what);
@@ -147,7 +145,7 @@ TEST(RSessionScripted, StatusFollowsEachPromptFrameAndExit)
         EXPECT_EQ(s.session.status(), step.expected);
     }
     ASSERT_EQ(s.of(SessionEvent::Kind::Ready).size(), 2);
-    EXPECT_EQ(s.of(SessionEvent::Kind::Ready)[0].info, (RInfo{QStringLiteral("4.2.2"), 42, {}}));
+    EXPECT_EQ(s.of(SessionEvent::Kind::Ready)[0].info, (RInfo{u"4.2.2"_qs, 42, {}}));
     EXPECT_EQ(s.of(SessionEvent::Kind::Exited).size(), 1) << "a shutdown reports no exit";
 }
 
@@ -156,19 +154,19 @@ TEST(RSessionScripted, TheSessionWritesOneLineAtATimeAndFramesTheBrowserFirst)
     std::optional<ExecResult> result;
     ScriptedSession s;
     s.startReady();
-    s.run(QStringLiteral("f()"), result);
-    s.session.enqueueExec(QStringLiteral("later()"), ExecOrigin::console());
+    s.run(u"f()"_qs, result);
+    s.session.enqueueExec(u"later()"_qs, ExecOrigin::console());
     s.r->print("Called from: f()\n" + ScriptedProcess::browserPrompt(1));
     ASSERT_EQ(s.r->written.size(), 2);
-    EXPECT_TRUE(s.r->written[0].startsWith(QStringLiteral(".vesk$exec(\"r1\", \"f()\"")));
-    EXPECT_EQ(s.r->written[1], QStringLiteral(".vesk$browsing()")) << "before any line of the user";
+    EXPECT_TRUE(s.r->written[0].startsWith(u".vesk$exec(\"r1\", \"f()\""_qs));
+    EXPECT_EQ(s.r->written[1], u".vesk$browsing()"_qs) << "before any line of the user";
     s.r->readLine();
     s.r->print(ScriptedProcess::browserPrompt(1));
     EXPECT_EQ(s.session.status(), RSessionStatus::debugging(1));
     EXPECT_EQ(s.r->written.size(), 2) << "a queued run waits for the browser to end";
-    s.session.request(QStringLiteral("ls"), {}, {}, {});
+    s.session.request(u"ls"_qs, {}, {}, {});
     ASSERT_EQ(s.r->written.size(), 3) << "a request in the browser overtakes the queued run";
-    EXPECT_EQ(s.r->written[2], QStringLiteral(".vesk$ls(\"r4\")"));
+    EXPECT_EQ(s.r->written[2], u".vesk$ls(\"r4\")"_qs);
     EXPECT_EQ(s.session.queuedExecutions(), 1);
 }
 
@@ -179,25 +177,24 @@ TEST(RSessionScripted, DebugLocationComesFromTheLastDebugLineBeforeTheBrowser)
         std::optional<std::pair<QString, int>> location;
     };
     const Case cases[] = {
-        {{"debug at /tmp/a.R#3: x <- 1\n"}, std::pair(QStringLiteral("/tmp/a.R"), 3)},
-        {{"debug at /tmp/a", ".R#1", "2: y\n"}, std::pair(QStringLiteral("/tmp/a.R"), 12)},
-        {{"output\ndebug at /tmp/b#c.R#4: z\n"}, std::pair(QStringLiteral("/tmp/b#c.R"), 4)},
-        {{"debug at /tmp/a.R#3: f()\n", "debug at /tmp/a.R#4: g()\n"},
-         std::pair(QStringLiteral("/tmp/a.R"), 4)},
-        {{"debug at /tmp/grüße.R#7: x\n"}, std::pair(QStringLiteral("/tmp/grüße.R"), 7)},
+        {{"debug at /tmp/a.R#3: x <- 1\n"}, std::pair(u"/tmp/a.R"_qs, 3)},
+        {{"debug at /tmp/a", ".R#1", "2: y\n"}, std::pair(u"/tmp/a.R"_qs, 12)},
+        {{"output\ndebug at /tmp/b#c.R#4: z\n"}, std::pair(u"/tmp/b#c.R"_qs, 4)},
+        {{"debug at /tmp/a.R#3: f()\n", "debug at /tmp/a.R#4: g()\n"}, std::pair(u"/tmp/a.R"_qs, 4)},
+        {{"debug at /tmp/grüße.R#7: x\n"}, std::pair(u"/tmp/grüße.R"_qs, 7)},
         {{"  debug at /tmp/a.R#3: x\n"}, std::nullopt},
         {{"debug at /tmp/a.R#x: x\n"}, std::nullopt},
         {{"debug: x <- 1\n"}, std::nullopt},
         // A line too long to hold is dropped, with any debug line it began.
         {{"debug at /tmp/a.R" + QByteArray(5000, 'x'), "#3: x\n"}, std::nullopt},
-        {{QByteArray(5000, 'y'), "debug at /tmp/a.R#3: x\n"}, std::pair(QStringLiteral("/tmp/a.R"), 3)},
+        {{QByteArray(5000, 'y'), "debug at /tmp/a.R#3: x\n"}, std::pair(u"/tmp/a.R"_qs, 3)},
     };
     for (const Case &k : cases) {
         SCOPED_TRACE(k.chunks.join('|').left(60).toStdString());
         std::optional<ExecResult> result;
         ScriptedSession s;
         s.startReady();
-        s.run(QStringLiteral("f()"), result);
+        s.run(u"f()"_qs, result);
         for (const QByteArray &chunk : k.chunks)
             s.r->print(chunk);
         s.r->print(ScriptedProcess::browserPrompt(1));
@@ -233,15 +230,15 @@ TEST(RSessionScripted, AnExitEndsTheRunAndSaysWhetherRWasAskedToQuit)
         ScriptedSession s;
         s.startReady();
         std::optional<RRequestResult> request;
-        s.run(QStringLiteral("q(status = 1)"), result);
-        s.session.enqueueExec(QStringLiteral("1"), ExecOrigin::console(), std::nullopt, 1,
+        s.run(u"q(status = 1)"_qs, result);
+        s.session.enqueueExec(u"1"_qs, ExecOrigin::console(), std::nullopt, 1,
                               [&](const ExecResult &r) { queued = r; });
-        s.session.request(QStringLiteral("ls"), {}, {}, [&](const RRequestResult &r) { request = r; });
+        s.session.request(u"ls"_qs, {}, {}, [&](const RRequestResult &r) { request = r; });
         if (k.quitFrame)
             s.r->print(ScriptedProcess::frame(R"({"type":"quit"})"));
-        s.r->exit(k.status, QStringLiteral("R exited"));
+        s.r->exit(k.status, u"R exited"_qs);
 
-        EXPECT_EQ(s.session.status(), RSessionStatus::stopped(QStringLiteral("R exited")));
+        EXPECT_EQ(s.session.status(), RSessionStatus::stopped(u"R exited"_qs));
         ASSERT_EQ(s.of(SessionEvent::Kind::Exited).size(), 1);
         EXPECT_EQ(s.of(SessionEvent::Kind::Exited)[0].byQuitting, k.byQuitting);
         ASSERT_TRUE(result);
@@ -269,9 +266,9 @@ TEST(RSessionScripted, ARequestsPrintsAreHiddenAndALostAnswerIsNoResponse)
         {"a result", ScriptedProcess::frame(R"({"type":"response","id":"r1","result":{"n":1}})"),
          RRequestResult(*JSONValue::parse(QByteArrayView(R"({"n":1})")))},
         {"an R error", ScriptedProcess::frame(R"({"type":"response","id":"r1","error":"boom"})"),
-         RSessionError::rError(QStringLiteral("boom"))},
+         RSessionError::rError(u"boom"_qs)},
         {"an error without text", ScriptedProcess::frame(R"({"type":"response","id":"r1","error":true})"),
-         RSessionError::rError(QStringLiteral("error"))},
+         RSessionError::rError(u"error"_qs)},
         {"a null error", ScriptedProcess::frame(R"({"type":"response","id":"r1","error":null,"result":2})"),
          RRequestResult(*JSONValue::parse(QByteArrayView("2")))},
         {"another request's answer", ScriptedProcess::frame(R"({"type":"response","id":"r9","result":1})"),
@@ -284,11 +281,11 @@ TEST(RSessionScripted, ARequestsPrintsAreHiddenAndALostAnswerIsNoResponse)
         s.startReady();
         s.events.clear();
         std::optional<RRequestResult> result;
-        s.session.request(QStringLiteral("inspect"), {RArgument(QStringLiteral("x"))}, {},
+        s.session.request(u"inspect"_qs, {RArgument(u"x"_qs)}, {},
                           [&](const RRequestResult &r) { result = r; });
-        EXPECT_EQ(s.r->readLine(), QStringLiteral(".vesk$inspect(\"r1\", \"x\")"));
+        EXPECT_EQ(s.r->readLine(), u".vesk$inspect(\"r1\", \"x\")"_qs);
         s.r->print("[1] printed by the handler\n");
-        s.r->printError(QStringLiteral("Warning: said on stderr\n"));
+        s.r->printError(u"Warning: said on stderr\n"_qs);
         s.r->print(k.answer);
         EXPECT_FALSE(result) << "answered at the prompt, not before";
         s.r->print(ScriptedProcess::readyPrompt());
@@ -310,22 +307,22 @@ TEST(RSessionScripted, TwoRequestsAtAnIdlePromptGoOneAfterTheOther)
     ScriptedSession s;
     s.startReady();
     std::optional<RRequestResult> first, second;
-    s.session.request(QStringLiteral("a"), {}, {}, [&](const RRequestResult &r) { first = r; });
-    s.session.request(QStringLiteral("b"), {}, {}, [&](const RRequestResult &r) { second = r; });
+    s.session.request(u"a"_qs, {}, {}, [&](const RRequestResult &r) { first = r; });
+    s.session.request(u"b"_qs, {}, {}, [&](const RRequestResult &r) { second = r; });
     ASSERT_EQ(s.r->written.size(), 1) << "R reads one line at a prompt";
-    EXPECT_EQ(s.r->readLine(), QStringLiteral(".vesk$a(\"r1\")"));
+    EXPECT_EQ(s.r->readLine(), u".vesk$a(\"r1\")"_qs);
     EXPECT_EQ(s.session.status(), RSessionStatus::busy());
     s.r->print(ScriptedProcess::frame(R"({"type":"response","id":"r1","result":"A"})") +
                ScriptedProcess::readyPrompt());
     ASSERT_TRUE(first);
-    EXPECT_EQ(first->value().stringValue(), QStringLiteral("A"));
+    EXPECT_EQ(first->value().stringValue(), u"A"_qs);
     EXPECT_FALSE(second);
     ASSERT_EQ(s.r->written.size(), 2);
-    EXPECT_EQ(s.r->readLine(), QStringLiteral(".vesk$b(\"r2\")"));
+    EXPECT_EQ(s.r->readLine(), u".vesk$b(\"r2\")"_qs);
     s.r->print(ScriptedProcess::frame(R"({"type":"response","id":"r2","result":"B"})") +
                ScriptedProcess::readyPrompt());
     ASSERT_TRUE(second);
-    EXPECT_EQ(second->value().stringValue(), QStringLiteral("B"));
+    EXPECT_EQ(second->value().stringValue(), u"B"_qs);
     EXPECT_EQ(s.session.status(), RSessionStatus::idle());
 }
 
@@ -342,10 +339,10 @@ TEST(RSessionScripted, InterruptCancelsQueuedRunsOnlyAndAlwaysSignalsR)
     EXPECT_EQ(s.r->written.size(), 0);
 
     std::optional<RRequestResult> request;
-    s.run(QStringLiteral("Sys.sleep(10)"), running);
-    s.session.enqueueExec(QStringLiteral("2"), ExecOrigin::console(), std::nullopt, 1,
+    s.run(u"Sys.sleep(10)"_qs, running);
+    s.session.enqueueExec(u"2"_qs, ExecOrigin::console(), std::nullopt, 1,
                           [&](const ExecResult &r) { queued = r; });
-    s.session.request(QStringLiteral("ls"), {}, {}, [&](const RRequestResult &r) { request = r; });
+    s.session.request(u"ls"_qs, {}, {}, [&](const RRequestResult &r) { request = r; });
     s.session.interrupt();
     EXPECT_EQ(s.r->interrupts, 2);
     EXPECT_EQ(queued, ExecResult::cancelled());
@@ -359,7 +356,7 @@ TEST(RSessionScripted, InterruptCancelsQueuedRunsOnlyAndAlwaysSignalsR)
     EXPECT_FALSE(running->ok);
     EXPECT_EQ(s.of(SessionEvent::Kind::Interrupted).size(), 1)
         << "the kernel's, not one more of the session's";
-    EXPECT_EQ(s.r->readLine(), QStringLiteral(".vesk$ls(\"r3\")")) << "the request was kept";
+    EXPECT_EQ(s.r->readLine(), u".vesk$ls(\"r3\")"_qs) << "the request was kept";
 }
 
 TEST(RSessionScripted, ARunCollectsWhatTheKernelReports)
@@ -367,7 +364,7 @@ TEST(RSessionScripted, ARunCollectsWhatTheKernelReports)
     std::optional<ExecResult> result;
     ScriptedSession s;
     s.startReady();
-    s.run(QStringLiteral("f()"), result);
+    s.run(u"f()"_qs, result);
     s.r->print("out\n" + ScriptedProcess::frame(R"({"type":"message","text":"note\n"})"));
     s.r->print(ScriptedProcess::frame(R"j({"type":"warning","text":"careful","call":"f()"})j"));
     s.r->print(ScriptedProcess::frame(R"({"type":"plot","page":1,"file":"/tmp/p1.png","new":true})"));
@@ -380,11 +377,11 @@ TEST(RSessionScripted, ARunCollectsWhatTheKernelReports)
     ASSERT_TRUE(result);
     EXPECT_FALSE(result->ok);
     EXPECT_FALSE(result->interrupted);
-    EXPECT_EQ(result->output, QStringLiteral("out\nnote\n"));
-    EXPECT_EQ(result->warnings, QStringList{QStringLiteral("careful")});
+    EXPECT_EQ(result->output, u"out\nnote\n"_qs);
+    EXPECT_EQ(result->warnings, QStringList{u"careful"_qs});
     EXPECT_EQ(result->plots, QList<int>{1});
     ASSERT_TRUE(result->error);
-    EXPECT_EQ(result->error->message, QStringLiteral("bad"));
+    EXPECT_EQ(result->error->message, u"bad"_qs);
     EXPECT_EQ(result->error->traceback.size(), 1);
     QList<SessionEvent::Kind> kinds;
     for (const SessionEvent &e : s.events)

@@ -9,24 +9,24 @@
 TEST(SettingsStore, EmptyStoreGivesEveryDefault)
 {
     QTemporaryDir dir;
-    Settings settings(dir.filePath(QStringLiteral("s.ini")));
+    Settings settings(dir.filePath(u"s.ini"_qs));
     EXPECT_EQ(settings.intValue(Settings::tabWidth), 2);
     EXPECT_EQ(settings.intValue(Settings::hoverDelay), 250);
     EXPECT_EQ(settings.intValue(Settings::digits), 7);
     EXPECT_DOUBLE_EQ(settings.doubleValue(Settings::consoleFontSize), 12.5);
-    EXPECT_EQ(settings.stringValue(Settings::cranMirror), QStringLiteral("https://cloud.r-project.org"));
-    EXPECT_EQ(settings.stringValue(Settings::agentModel), QStringLiteral("claude-opus-5-5"));
+    EXPECT_EQ(settings.stringValue(Settings::cranMirror), u"https://cloud.r-project.org"_qs);
+    EXPECT_EQ(settings.stringValue(Settings::agentModel), u"claude-opus-5-5"_qs);
     EXPECT_TRUE(settings.boolValue(Settings::showWorkspaceChanges));
     EXPECT_FALSE(settings.boolValue(Settings::clearConsoleOnRestart));
     EXPECT_DOUBLE_EQ(settings.doubleValue(Settings::consoleHeightFraction), 0.36);
-    EXPECT_EQ(settings.appearanceValue(), QStringLiteral("system"));
+    EXPECT_EQ(settings.appearanceValue(), u"system"_qs);
     EXPECT_TRUE(settings.stringListValue(Settings::recentProjects).isEmpty());
 }
 
 TEST(SettingsStore, StoredValuesReadBackTypedAndNotify)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("s.ini"));
+    const QString path = dir.filePath(u"s.ini"_qs);
     {
         Settings settings(path);
         QStringList told;
@@ -35,18 +35,18 @@ TEST(SettingsStore, StoredValuesReadBackTypedAndNotify)
         settings.setValue(Settings::digits, 4);
         EXPECT_EQ(told, QStringList{Settings::digits}) << "an unchanged write is silent";
         settings.setValue(Settings::showWorkspaceChanges, false);
-        settings.setValue(Settings::appearance, QStringLiteral("sepia"));
+        settings.setValue(Settings::appearance, u"sepia"_qs);
         settings.setValue(Settings::plotExportDPI, 150);
-        RecentProjects::add(settings, QStringLiteral("/a"));
+        RecentProjects::add(settings, u"/a"_qs);
     }
     // A fresh store reads the text of the file back as the default's type.
     Settings settings(path);
     EXPECT_EQ(settings.value(Settings::digits).metaType().id(), QMetaType::Int);
     EXPECT_EQ(settings.intValue(Settings::digits), 4);
     EXPECT_FALSE(settings.boolValue(Settings::showWorkspaceChanges));
-    EXPECT_EQ(settings.appearanceValue(), QStringLiteral("system")) << "an unknown appearance";
+    EXPECT_EQ(settings.appearanceValue(), u"system"_qs) << "an unknown appearance";
     EXPECT_EQ(settings.plotExportDPIValue(), 144);
-    EXPECT_EQ(RecentProjects::all(settings), QStringList{QStringLiteral("/a")});
+    EXPECT_EQ(RecentProjects::all(settings), QStringList{u"/a"_qs});
     settings.remove(Settings::digits);
     EXPECT_EQ(settings.intValue(Settings::digits), 7);
 }

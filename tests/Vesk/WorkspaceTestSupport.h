@@ -16,7 +16,7 @@ inline REnvObject numericValue(const QString &name, double length)
     REnvObject object;
     object.name = name;
     object.kind = REnvObject::Kind::Value;
-    object.classes = {QStringLiteral("numeric")};
+    object.classes = {u"numeric"_qs};
     object.length = length;
     return object;
 }
@@ -29,7 +29,7 @@ struct IsolatedWorkspace {
     IsolatedWorkspace()
     {
         QStandardPaths::setTestModeEnabled(true);
-        settings = std::make_unique<Settings>(dir.filePath(QStringLiteral("settings.ini")));
+        settings = std::make_unique<Settings>(dir.filePath(u"settings.ini"_qs));
         workspace = std::make_unique<Workspace>(*settings);
     }
     QStringList notes() const

@@ -11,7 +11,7 @@
 
 struct LiveWorkspace {
     QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
+    Settings settings{dir.filePath(u"settings.ini"_qs)};
     Workspace workspace{settings};
 
     LiveWorkspace()

@@ -40,28 +40,24 @@ public:
     void registerIn(MCPServer &server)
     {
         const JSONValue textSchema{
-            {QStringLiteral("type"), "object"},
-            {QStringLiteral("properties"),
-             JSONValue{{QStringLiteral("text"), JSONValue{{QStringLiteral("type"), "string"}}}}}};
+            {u"type"_qs, "object"},
+            {u"properties"_qs, JSONValue{{u"text"_qs, JSONValue{{u"type"_qs, "string"}}}}}};
         server.registerTool(
-            MCPTool{QStringLiteral("echo"), QStringLiteral("Echo"),
-                    QStringLiteral("Answers with the text it is given."), textSchema,
-                    JSONValue{{QStringLiteral("readOnlyHint"), true}},
+            MCPTool{u"echo"_qs, u"Echo"_qs, u"Answers with the text it is given."_qs, textSchema,
+                    JSONValue{{u"readOnlyHint"_qs, true}},
                     [](const JSONValue &arguments, const MCPRequestContext &context, std::stop_token,
                        MCPTool::Completion done) {
                         const QString text = arguments[u"text"].stringValue().value_or(QString());
                         if (text == u"fail")
-                            return done(MCPToolResult::error(QStringLiteral("Asked to fail.")));
+                            return done(MCPToolResult::error(u"Asked to fail."_qs));
                         if (text == u"client")
                             return done(MCPToolResult::text(context.clientName.value_or("?")));
                         done(MCPToolResult::text(text));
                     }});
         server.registerTool(MCPTool{
-            QStringLiteral("slow"), std::nullopt, QStringLiteral("Waits, unless it is cancelled."),
-            JSONValue{
-                {QStringLiteral("type"), "object"},
-                {QStringLiteral("properties"),
-                 JSONValue{{QStringLiteral("seconds"), JSONValue{{QStringLiteral("type"), "number"}}}}}},
+            u"slow"_qs, std::nullopt, u"Waits, unless it is cancelled."_qs,
+            JSONValue{{u"type"_qs, "object"},
+                      {u"properties"_qs, JSONValue{{u"seconds"_qs, JSONValue{{u"type"_qs, "number"}}}}}},
             std::nullopt,
             [this](const JSONValue &arguments, const MCPRequestContext &, std::stop_token cancelled,
                    MCPTool::Completion done) {
@@ -77,19 +73,18 @@ public:
                     (void)stopped;
                     if (cancelled.stop_requested()) {
                         ++slowCancelled;
-                        done(MCPToolResult::error(QStringLiteral("Cancelled.")));
+                        done(MCPToolResult::error(u"Cancelled."_qs));
                     } else {
-                        done(MCPToolResult::text(QStringLiteral("Waited.")));
+                        done(MCPToolResult::text(u"Waited."_qs));
                     }
                 });
             }});
         server.registerTool(MCPTool{
-            QStringLiteral("image"), std::nullopt, QStringLiteral("Answers with a picture."),
-            JSONValue{{QStringLiteral("type"), "object"}}, std::nullopt,
+            u"image"_qs, std::nullopt, u"Answers with a picture."_qs, JSONValue{{u"type"_qs, "object"}},
+            std::nullopt,
             [](const JSONValue &, const MCPRequestContext &, std::stop_token, MCPTool::Completion done) {
-                done(MCPToolResult{{MCPContent::text(QStringLiteral("A red dot.")),
-                                    MCPContent::image(png(), QStringLiteral("image/png"))},
-                                   false});
+                done(MCPToolResult{
+                    {MCPContent::text(u"A red dot."_qs), MCPContent::image(png(), u"image/png"_qs)}, false});
             }});
     }
 

@@ -10,7 +10,7 @@
 
 class ScriptedProcess : public KernelProcess {
 public:
-    static inline const QString token = QStringLiteral("5c1a9d0e77f24b6fa3e01d28c4b96e1f");
+    static inline const QString token = u"5c1a9d0e77f24b6fa3e01d28c4b96e1f"_qs;
 
     explicit ScriptedProcess(QString launchError = {}) : m_launchError(std::move(launchError)) {}
 

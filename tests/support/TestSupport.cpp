@@ -22,7 +22,7 @@ QString kernelScript()
 {
     // Another kernel (an older one, to compare benchmark figures) through VESK_TEST_KERNEL.
     const QString chosen = qEnvironmentVariable("VESK_TEST_KERNEL");
-    return chosen.isEmpty() ? sourcePath(QStringLiteral("Resources/kernel.R")) : chosen;
+    return chosen.isEmpty() ? sourcePath(u"Resources/kernel.R"_qs) : chosen;
 }
 
 QString rExecutable()
@@ -34,7 +34,7 @@ QString rExecutable()
         if (QFileInfo(QString::fromLatin1(candidate)).isExecutable())
             return QString::fromLatin1(candidate);
     }
-    return QStringLiteral("R");
+    return u"R"_qs;
 }
 
 QString writeFile(const QString &folder, const QString &name, const QByteArray &content)
@@ -46,11 +46,17 @@ QString writeFile(const QString &folder, const QString &name, const QByteArray &
     return path;
 }
 
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 QString rscriptExecutable()
 {
     const QFileInfo r(rExecutable());
-    const QString sibling = r.absolutePath() + QStringLiteral("/Rscript");
-    return QFileInfo(sibling).isExecutable() ? sibling : QStringLiteral("Rscript");
+    const QString sibling = r.absolutePath() + u"/Rscript"_qs;
+    return QFileInfo(sibling).isExecutable() ? sibling : u"Rscript"_qs;
 }
 
 ProgramRun runProgram(const QString &program, const QStringList &arguments, Input input,
@@ -114,7 +120,7 @@ void spin(std::chrono::milliseconds duration)
 
 bool processRuns(qint64 pid)
 {
-    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+    QFile file(u"/proc/%1/stat"_qs.arg(pid));
     if (!file.open(QIODevice::ReadOnly))
         return false;
     // "pid (name) state ...": the name may hold spaces and parentheses, the state follows the last ')'.
@@ -126,9 +132,9 @@ bool processRuns(qint64 pid)
 QList<qint64> childProcesses(qint64 pid)
 {
     QList<qint64> result;
-    const QString tasks = QStringLiteral("/proc/%1/task").arg(pid);
+    const QString tasks = u"/proc/%1/task"_qs.arg(pid);
     for (const QString &task : QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile file(tasks + u'/' + task + QStringLiteral("/children"));
+        QFile file(tasks + u'/' + task + u"/children"_qs);
         if (!file.open(QIODevice::ReadOnly))
             continue;
         for (const QByteArray &word : file.readAll().split(' '))

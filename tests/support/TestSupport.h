@@ -18,6 +18,8 @@ QString kernelScript();
 QString rExecutable();
 // Writes `content` to `name` in `folder`; its path.
 QString writeFile(const QString &folder, const QString &name, const QByteArray &content);
+// The bytes of the file at `path`; empty if it cannot be read.
+QByteArray readFile(const QString &path);
 
 // Rscript beside the tests' R.
 QString rscriptExecutable();

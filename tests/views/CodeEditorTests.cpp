@@ -95,35 +95,35 @@ QTextCharFormat formatAt(const QTextDocument *document, int position)
 TEST(CodeEditorView, TypingAFunctionPairsTypesOverAndIndents)
 {
     EditorFixture f;
-    f.type(QStringLiteral("f <- function(x"));
-    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x|)"));
-    f.type(QStringLiteral(") {"));
-    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {|}")) << "the closer was typed over";
-    f.type(QStringLiteral("\n"));
-    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {\n  |\n}"));
-    f.type(QStringLiteral("if (x) {\nx + "));
-    f.type(QStringLiteral("\n1"));
-    EXPECT_EQ(f.shown(), QStringLiteral("f <- function(x) {\n  if (x) {\n    x +\n      1|\n  }\n}"));
+    f.type(u"f <- function(x"_qs);
+    EXPECT_EQ(f.shown(), u"f <- function(x|)"_qs);
+    f.type(u") {"_qs);
+    EXPECT_EQ(f.shown(), u"f <- function(x) {|}"_qs) << "the closer was typed over";
+    f.type(u"\n"_qs);
+    EXPECT_EQ(f.shown(), u"f <- function(x) {\n  |\n}"_qs);
+    f.type(u"if (x) {\nx + "_qs);
+    f.type(u"\n1"_qs);
+    EXPECT_EQ(f.shown(), u"f <- function(x) {\n  if (x) {\n    x +\n      1|\n  }\n}"_qs);
 
     // Return inside an open call aligns with its first argument.
-    f.load(QStringLiteral("x <- c(a,|"));
+    f.load(u"x <- c(a,|"_qs);
     f.press(Qt::Key_Return);
-    EXPECT_EQ(f.shown(), QStringLiteral("x <- c(a,\n       |"));
+    EXPECT_EQ(f.shown(), u"x <- c(a,\n       |"_qs);
 
     // A closer typed on a blank line goes back to its opener's indentation.
-    f.load(QStringLiteral("g <- function() {\n  y\n    |"));
-    f.type(QStringLiteral("}"));
-    EXPECT_EQ(f.shown(), QStringLiteral("g <- function() {\n  y\n}|"));
+    f.load(u"g <- function() {\n  y\n    |"_qs);
+    f.type(u"}"_qs);
+    EXPECT_EQ(f.shown(), u"g <- function() {\n  y\n}|"_qs);
 
     // Tab inserts blanks to the next stop; Shift+Tab takes a level off.
-    f.load(QStringLiteral("a|"));
+    f.load(u"a|"_qs);
     f.press(Qt::Key_Tab);
-    EXPECT_EQ(f.shown(), QStringLiteral("a |"));
+    EXPECT_EQ(f.shown(), u"a |"_qs);
     f.press(Qt::Key_Tab);
-    EXPECT_EQ(f.shown(), QStringLiteral("a   |"));
-    f.load(QStringLiteral("    b|"));
+    EXPECT_EQ(f.shown(), u"a   |"_qs);
+    f.load(u"    b|"_qs);
     f.press(Qt::Key_Backtab, Qt::ShiftModifier);
-    EXPECT_EQ(f.text(), QStringLiteral("  b"));
+    EXPECT_EQ(f.text(), u"  b"_qs);
 }
 
 TEST(CodeEditorView, PairsDependOnWhatStandsAroundTheCaret)
@@ -162,60 +162,59 @@ TEST(CodeEditorView, PairsDependOnWhatStandsAroundTheCaret)
 
     // With the setting off, brackets go in alone.
     f.settings.setValue(Settings::autoCloseBrackets, false);
-    f.load(QStringLiteral("|"));
-    f.type(QStringLiteral("(\""));
-    EXPECT_EQ(f.shown(), QStringLiteral("(\"|"));
+    f.load(u"|"_qs);
+    f.type(u"(\""_qs);
+    EXPECT_EQ(f.shown(), u"(\"|"_qs);
 }
 
 TEST(CodeEditorView, ControlReturnRunsTheWholeStatementAndWalksOn)
 {
     EditorFixture f;
-    f.load(QStringLiteral("f(\n  x,|\n  y\n)\n\n\nz <- 1\n"));
+    f.load(u"f(\n  x,|\n  y\n)\n\n\nz <- 1\n"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier);
-    EXPECT_EQ(f.ran(), QStringList{QStringLiteral("f(\n  x,\n  y\n)")});
-    EXPECT_EQ(f.shown(), QStringLiteral("f(\n  x,\n  y\n)\n\n\n|z <- 1\n"))
-        << "the caret went to the next statement";
+    EXPECT_EQ(f.ran(), QStringList{u"f(\n  x,\n  y\n)"_qs});
+    EXPECT_EQ(f.shown(), u"f(\n  x,\n  y\n)\n\n\n|z <- 1\n"_qs) << "the caret went to the next statement";
 
     // On a blank line nothing runs, and the caret only moves.
-    f.load(QStringLiteral("a <- 1\n|\n# note\n  b <- 2\n"));
+    f.load(u"a <- 1\n|\n# note\n  b <- 2\n"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier);
     EXPECT_EQ(f.ran().size(), 1);
-    EXPECT_EQ(f.shown(), QStringLiteral("a <- 1\n\n# note\n  |b <- 2\n"));
+    EXPECT_EQ(f.shown(), u"a <- 1\n\n# note\n  |b <- 2\n"_qs);
 
     // The last statement leaves the caret at the end of the text.
     f.press(Qt::Key_Return, Qt::ControlModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("b <- 2"));
+    EXPECT_EQ(f.ran().last(), u"b <- 2"_qs);
     EXPECT_EQ(f.caret(), f.text().size());
 
     // A selection runs as it stands, and the caret stays.
-    f.load(QStringLiteral("x <- |1 + 2| * 3"));
+    f.load(u"x <- |1 + 2| * 3"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("1 + 2"));
-    EXPECT_EQ(f.shown(), QStringLiteral("x <- |1 + 2| * 3"));
+    EXPECT_EQ(f.ran().last(), u"1 + 2"_qs);
+    EXPECT_EQ(f.shown(), u"x <- |1 + 2| * 3"_qs);
     EXPECT_EQ(f.controller()->selectedCode().startLine, 1);
 
     // In R Markdown a fence or prose runs nothing; the caret moves to the next code line.
     f.session()->setLanguage(RSourceLanguage::rMarkdown);
-    f.load(QStringLiteral("# Title\n|Some prose.\n```{r}\nm <- 2\n```\n"));
+    f.load(u"# Title\n|Some prose.\n```{r}\nm <- 2\n```\n"_qs);
     const qsizetype before = f.ran().size();
     f.press(Qt::Key_Return, Qt::ControlModifier);
     EXPECT_EQ(f.ran().size(), before);
-    EXPECT_EQ(f.shown(), QStringLiteral("# Title\nSome prose.\n```{r}\n|m <- 2\n```\n"));
+    EXPECT_EQ(f.shown(), u"# Title\nSome prose.\n```{r}\n|m <- 2\n```\n"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("m <- 2"));
+    EXPECT_EQ(f.ran().last(), u"m <- 2"_qs);
 }
 
 TEST(CodeEditorView, SectionsChunksAndTheTextUpToTheCaretRunAsTheyShould)
 {
     EditorFixture f;
-    f.load(QStringLiteral("a <- 1\n# Load ----\nb <- 2\n|c <- 3\n# Plot ----\nd <- 4\n"));
+    f.load(u"a <- 1\n# Load ----\nb <- 2\n|c <- 3\n# Plot ----\nd <- 4\n"_qs);
     EXPECT_EQ(f.controller()->currentSection().startLine, 2);
     f.press(Qt::Key_Return, Qt::ControlModifier | Qt::AltModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("# Load ----\nb <- 2\nc <- 3"));
+    EXPECT_EQ(f.ran().last(), u"# Load ----\nb <- 2\nc <- 3"_qs);
     f.press(Qt::Key_B, Qt::ControlModifier | Qt::AltModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("a <- 1\n# Load ----\nb <- 2\nc <- 3"));
+    EXPECT_EQ(f.ran().last(), u"a <- 1\n# Load ----\nb <- 2\nc <- 3"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier | Qt::ShiftModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("a <- 1\n# Load ----\nb <- 2\nc <- 3\n# Plot ----\nd <- 4"));
+    EXPECT_EQ(f.ran().last(), u"a <- 1\n# Load ----\nb <- 2\nc <- 3\n# Plot ----\nd <- 4"_qs);
 
     f.session()->setLanguage(RSourceLanguage::rMarkdown);
     f.load(QStringLiteral(
@@ -224,14 +223,13 @@ TEST(CodeEditorView, SectionsChunksAndTheTextUpToTheCaretRunAsTheyShould)
     const qsizetype before = f.ran().size();
     f.press(Qt::Key_B, Qt::ControlModifier | Qt::AltModifier);
     EXPECT_EQ(f.controller()->textUpToCursor().startLine, 5);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("x <- 1\ny <- 2\nz <- 3"));
+    EXPECT_EQ(f.ran().last(), u"x <- 1\ny <- 2\nz <- 3"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier | Qt::AltModifier);
-    EXPECT_EQ(f.ran().last(), QStringLiteral("y <- 2\nz <- 3\nw <- 4"));
+    EXPECT_EQ(f.ran().last(), u"y <- 2\nz <- 3\nw <- 4"_qs);
     f.press(Qt::Key_Return, Qt::ControlModifier | Qt::ShiftModifier);
     // Each R chunk runs on its own; the Python chunk not at all.
     const QStringList ran = f.ran().mid(before);
-    EXPECT_EQ(ran.mid(ran.size() - 2),
-              (QStringList{QStringLiteral("x <- 1"), QStringLiteral("y <- 2\nz <- 3\nw <- 4")}));
+    EXPECT_EQ(ran.mid(ran.size() - 2), (QStringList{u"x <- 1"_qs, u"y <- 2\nz <- 3\nw <- 4"_qs}));
 }
 
 TEST(CodeEditorView, UndoTakesBackOneStructuralEditInOneStep)
@@ -258,15 +256,15 @@ TEST(CodeEditorView, UndoTakesBackOneStructuralEditInOneStep)
         EXPECT_EQ(f.text(), withoutMarks(QString::fromUtf8(c.before)).text) << c.before;
     }
 
-    f.load(QStringLiteral("x|"));
-    f.press(Qt::Key_Minus, Qt::AltModifier, QStringLiteral("-"));
-    EXPECT_EQ(f.shown(), QStringLiteral("x <- |"));
+    f.load(u"x|"_qs);
+    f.press(Qt::Key_Minus, Qt::AltModifier, u"-"_qs);
+    EXPECT_EQ(f.shown(), u"x <- |"_qs);
     f.press(Qt::Key_M, Qt::ControlModifier | Qt::ShiftModifier);
-    EXPECT_EQ(f.shown(), QStringLiteral("x <- |> |"));
+    EXPECT_EQ(f.shown(), u"x <- |> |"_qs);
     f.editor()->undo();
-    EXPECT_EQ(f.text(), QStringLiteral("x <- "));
+    EXPECT_EQ(f.text(), u"x <- "_qs);
     f.editor()->undo();
-    EXPECT_EQ(f.text(), QStringLiteral("x"));
+    EXPECT_EQ(f.text(), u"x"_qs);
     EXPECT_FALSE(f.editor()->document()->isUndoAvailable()) << "a loaded text starts a fresh history";
 }
 
@@ -275,7 +273,7 @@ TEST(CodeEditorView, StylingFollowsEditsAndTheTextStaysInStep)
     EditorFixture f;
     QString script;
     for (int i = 0; i < 300; ++i)
-        script += QStringLiteral("x%1 <- c(%1, \"s\") # note\n").arg(i);
+        script += u"x%1 <- c(%1, \"s\") # note\n"_qs.arg(i);
     QString bound;
     f.session()->textBinding = [&bound](const QString &text) { bound = text; };
     f.load(script);
@@ -288,8 +286,8 @@ TEST(CodeEditorView, StylingFollowsEditsAndTheTextStaysInStep)
     // An opened quote turns the rest of the file into a string; closing it restores the colours.
     const int line100 = document->findBlockByNumber(100).position();
     f.session()->setSelection(line100);
-    f.press(Qt::Key_QuoteDbl, Qt::NoModifier, QStringLiteral("\""));
-    EXPECT_EQ(f.text().mid(line100, 2), QStringLiteral("\"x")) << "a quote before a name goes in alone";
+    f.press(Qt::Key_QuoteDbl, Qt::NoModifier, u"\""_qs);
+    EXPECT_EQ(f.text().mid(line100, 2), u"\"x"_qs) << "a quote before a name goes in alone";
     EXPECT_EQ(formatAt(document, document->findBlockByNumber(200).position() + 1),
               theme.format(RTokenKind::string))
         << "every quote after it now opens where one closed before";
@@ -305,8 +303,7 @@ TEST(CodeEditorView, StylingFollowsEditsAndTheTextStaysInStep)
         cursor.setPosition(int(random.bounded(length + 1)));
         cursor.setPosition(std::min(length, cursor.position() + int(random.bounded(30))),
                            QTextCursor::KeepAnchor);
-        const QStringList pieces{QStringLiteral("(\n"), QStringLiteral("\"a\r\nb"), QString(),
-                                 QStringLiteral("é\u2028x"), QStringLiteral("}\n\n")};
+        const QStringList pieces{u"(\n"_qs, u"\"a\r\nb"_qs, QString(), u"é\u2028x"_qs, u"}\n\n"_qs};
         if (step % 7 == 3)
             f.editor()->undo();
         else if (step % 11 == 5)
@@ -325,7 +322,7 @@ TEST(CodeEditorView, StylingFollowsEditsAndTheTextStaysInStep)
 TEST(CodeEditorView, BracketsBreakpointsNamesAndTheJumpBar)
 {
     EditorFixture f;
-    f.load(QStringLiteral("my.var_1 <- list(a = 1)\nf <- function(x) {\n  x\n}\n# Plot ----\n"));
+    f.load(u"my.var_1 <- list(a = 1)\nf <- function(x) {\n  x\n}\n# Plot ----\n"_qs);
     f.session()->setSelection(16);
     ASSERT_TRUE(TestSupport::waitUntil([&] { return f.session()->bracketPair().has_value(); }));
     EXPECT_EQ(*f.session()->bracketPair(), (std::pair<qsizetype, qsizetype>{16, 22}));
@@ -334,25 +331,25 @@ TEST(CodeEditorView, BracketsBreakpointsNamesAndTheJumpBar)
 
     f.session()->toggleBreakpoint(2);
     f.session()->toggleBreakpoint(4);
-    QTextCursor(f.editor()->document()).insertText(QStringLiteral("\n"));
+    QTextCursor(f.editor()->document()).insertText(u"\n"_qs);
     EXPECT_EQ(f.session()->breakpoints(), (std::set<qsizetype>{3, 5})) << "marks move with their lines";
     f.session()->toggleBreakpoint(3);
     EXPECT_EQ(f.session()->breakpoints(), (std::set<qsizetype>{5}));
 
     f.pane->jumpBar()->refresh();
     ASSERT_EQ(f.pane->jumpBar()->items().size(), 2);
-    EXPECT_EQ(f.pane->jumpBar()->items()[0].title, QStringLiteral("f"));
+    EXPECT_EQ(f.pane->jumpBar()->items()[0].title, u"f"_qs);
     f.pane->jumpBar()->activated(1);
     EXPECT_EQ(f.editor()->textCursor().blockNumber(), 5);
 
     // Find and replace.
     f.pane->findBar()->open(true);
-    f.pane->findBar()->findField()->setText(QStringLiteral("x"));
-    f.pane->findBar()->replaceField()->setText(QStringLiteral("value"));
+    f.pane->findBar()->findField()->setText(u"x"_qs);
+    f.pane->findBar()->replaceField()->setText(u"value"_qs);
     EXPECT_EQ(f.pane->findBar()->replaceAll(), 2);
-    EXPECT_TRUE(f.text().contains(QStringLiteral("function(value) {\n  value\n}")));
+    EXPECT_TRUE(f.text().contains(u"function(value) {\n  value\n}"_qs));
     f.editor()->undo();
-    EXPECT_TRUE(f.text().contains(QStringLiteral("function(x) {\n  x\n}"))) << "replace all is one undo step";
+    EXPECT_TRUE(f.text().contains(u"function(x) {\n  x\n}"_qs)) << "replace all is one undo step";
 }
 
 TEST(CodeEditorView, ConsoleReturnSubmitsOnlyCompleteInput)
@@ -366,23 +363,23 @@ TEST(CodeEditorView, ConsoleReturnSubmitsOnlyCompleteInput)
         QKeyEvent event(QEvent::KeyPress, key, modifiers, text);
         QApplication::sendEvent(input, &event);
     };
-    for (const QChar c : QStringLiteral("f(1,"))
+    for (const QChar c : u"f(1,"_qs)
         press(c.unicode(), Qt::NoModifier, QString(c));
-    EXPECT_EQ(input->toPlainText(), QStringLiteral("f(1,)"));
+    EXPECT_EQ(input->toPlainText(), u"f(1,)"_qs);
     input->moveCursor(QTextCursor::End);
     input->textCursor().deletePreviousChar();
     press(Qt::Key_Return);
     EXPECT_TRUE(workspace.history().isEmpty()) << "an open call is not submitted";
-    EXPECT_EQ(input->toPlainText(), QStringLiteral("f(1,\n  "));
-    for (const QChar c : QStringLiteral("2)"))
+    EXPECT_EQ(input->toPlainText(), u"f(1,\n  "_qs);
+    for (const QChar c : u"2)"_qs)
         press(c.unicode(), Qt::NoModifier, QString(c));
     press(Qt::Key_Return);
     ASSERT_EQ(workspace.history().size(), 1);
-    EXPECT_EQ(workspace.history().last().code, QStringLiteral("f(1,\n  2)"));
+    EXPECT_EQ(workspace.history().last().code, u"f(1,\n  2)"_qs);
     EXPECT_TRUE(input->toPlainText().isEmpty());
 
     // Ctrl+Return submits whatever is there; an open string keeps Return for a new line.
-    input->setPlainText(QStringLiteral("'abc"));
+    input->setPlainText(u"'abc"_qs);
     input->moveCursor(QTextCursor::End);
     press(Qt::Key_Return);
     EXPECT_EQ(workspace.history().size(), 1);
@@ -390,7 +387,7 @@ TEST(CodeEditorView, ConsoleReturnSubmitsOnlyCompleteInput)
     EXPECT_EQ(workspace.history().size(), 2);
 
     // The input is coloured like a script.
-    input->setPlainText(QStringLiteral("x <- \"s\""));
+    input->setPlainText(u"x <- \"s\""_qs);
     const QTextCharFormat format = formatAt(input->document(), 6);
     EXPECT_EQ(format, input->session()->theme().format(RTokenKind::string));
 }
@@ -399,12 +396,12 @@ TEST(CodeEditorView, SettingsReachTheEditor)
 {
     EditorFixture f;
     f.settings.setValue(Settings::tabWidth, 4);
-    f.load(QStringLiteral("a|"));
+    f.load(u"a|"_qs);
     f.press(Qt::Key_Tab);
-    EXPECT_EQ(f.shown(), QStringLiteral("a   |"));
-    f.load(QStringLiteral("f({|})"));
+    EXPECT_EQ(f.shown(), u"a   |"_qs);
+    f.load(u"f({|})"_qs);
     f.press(Qt::Key_Return);
-    EXPECT_EQ(f.shown(), QStringLiteral("f({\n    |\n})"));
+    EXPECT_EQ(f.shown(), u"f({\n    |\n})"_qs);
 
     f.settings.setValue(Settings::editorFontSize, 20.0);
     EXPECT_DOUBLE_EQ(f.editor()->font().pointSizeF(), 20.0);
@@ -425,10 +422,9 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
         return file.fileName();
     };
     // A name that an R string must escape: a double quote and a backslash.
-    const QString path = write(QStringLiteral("say \"hi\" \\ it's.R"), "x <- 1\n");
+    const QString path = write(u"say \"hi\" \\ it's.R"_qs, "x <- 1\n");
     const auto rString = [](QString text) {
-        return u'"' + text.replace(u'\\', QStringLiteral("\\\\")).replace(u'"', QStringLiteral("\\\"")) +
-               u'"';
+        return u'"' + text.replace(u'\\', u"\\\\"_qs).replace(u'"', u"\\\""_qs) + u'"';
     };
     DocumentStore &store = f.workspace->documents();
     store.open(path);
@@ -437,14 +433,14 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
     ScriptEditorView view(*f.workspace, *document);
     view.show();
     CodeEditor *editor = view.editor();
-    EXPECT_EQ(editor->toPlainText(), QStringLiteral("x <- 1\n"));
+    EXPECT_EQ(editor->toPlainText(), u"x <- 1\n"_qs);
 
     editor->moveCursor(QTextCursor::End);
-    for (const QChar c : QStringLiteral("y <- 2")) {
+    for (const QChar c : u"y <- 2"_qs) {
         QKeyEvent press(QEvent::KeyPress, 0, Qt::NoModifier, QString(c));
         QApplication::sendEvent(editor, &press);
     }
-    EXPECT_EQ(document->text(), QStringLiteral("x <- 1\ny <- 2")) << "typing reaches the document at once";
+    EXPECT_EQ(document->text(), u"x <- 1\ny <- 2"_qs) << "typing reaches the document at once";
     view.editor()->session()->toggleBreakpoint(1);
     EXPECT_EQ(document->breakpoints(), QSet<int>{2}) << "documents count lines from one";
 
@@ -453,14 +449,14 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
     QApplication::sendEvent(editor, &source);
     EXPECT_FALSE(document->needsSave());
     ASSERT_FALSE(f.ran().isEmpty());
-    EXPECT_EQ(f.ran().last(), QStringLiteral("source(%1, encoding = \"UTF-8\")").arg(rString(path)));
+    EXPECT_EQ(f.ran().last(), u"source(%1, encoding = \"UTF-8\")"_qs.arg(rString(path)));
 
     // Text replaced from outside shows in the editor.
-    document->replaceText(QStringLiteral("z <- 3\n"));
-    EXPECT_EQ(editor->toPlainText(), QStringLiteral("z <- 3\n"));
+    document->replaceText(u"z <- 3\n"_qs);
+    EXPECT_EQ(editor->toPlainText(), u"z <- 3\n"_qs);
 
     // An R Markdown document knits instead.
-    const QString report = write(QStringLiteral("report.Rmd"), "# Report\n```{r}\n1 + 1\n```\n");
+    const QString report = write(u"report.Rmd"_qs, "# Report\n```{r}\n1 + 1\n```\n");
     store.open(report);
     ScriptEditorView reportView(*f.workspace, *store.script(report));
     EXPECT_EQ(reportView.editor()->session()->language(), RSourceLanguage::rMarkdown);

@@ -34,7 +34,7 @@ struct ConsoleFixture : OffscreenWindow {
     {
         QImage image(480, 360, QImage::Format_RGB32);
         image.fill(color);
-        const QString file = dir.filePath(QStringLiteral("page-%1.png").arg(page));
+        const QString file = dir.filePath(u"page-%1.png"_qs.arg(page));
         image.save(file);
         SessionEvent event;
         event.kind = SessionEvent::Kind::Plot;
@@ -84,7 +84,7 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
     f.draw(1, QColor(200, 30, 30));
     f.draw(2, QColor(30, 30, 200));
     EXPECT_EQ(f.workspace->plots().store().selectedPage(), 2);
-    EXPECT_FALSE(f.transcript()->toPlainText().contains(QStringLiteral("[plot"))) << "no text stand-in";
+    EXPECT_FALSE(f.transcript()->toPlainText().contains(u"[plot"_qs)) << "no text stand-in";
 
     // Each shows its own page's picture.
     const auto second = f.thumbnail(2);
@@ -103,7 +103,7 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
 
     QHelpEvent help(QEvent::ToolTip, *first, f.transcript()->viewport()->mapToGlobal(*first));
     QApplication::sendEvent(f.transcript()->viewport(), &help);
-    EXPECT_EQ(QToolTip::text(), QStringLiteral("Plot 1. Click to open it in the Plots pane."));
+    EXPECT_EQ(QToolTip::text(), u"Plot 1. Click to open it in the Plots pane."_qs);
     QToolTip::hideText();
 
     // A click on the first one while the user reads the workspace list: page 1, in front.
@@ -111,7 +111,7 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
     f.click(*first);
     EXPECT_EQ(f.workspace->plots().store().selectedPage(), 1);
     EXPECT_EQ(f.window->inspector()->currentWidget(), f.window->plotsPane());
-    EXPECT_EQ(f.window->plotsPane()->pageLabel()->text(), QStringLiteral("1 / 2"));
+    EXPECT_EQ(f.window->plotsPane()->pageLabel()->text(), u"1 / 2"_qs);
 
     // A removed page: its item stays, as a frame that neither shows a picture nor selects anything.
     f.workspace->plots().remove(1);
@@ -131,7 +131,7 @@ TEST(ConsolePlotItem, ThumbnailHelpTextAndClick)
 
     // Emptied, as by a restart of R that numbers from 1 again: a new page 2 is not the old one's.
     f.workspace->plots().store().reset();
-    f.workspace->console().begin(QStringLiteral("e1"), QStringLiteral("plot(2)"), ExecOrigin::console());
+    f.workspace->console().begin(u"e1"_qs, u"plot(2)"_qs, ExecOrigin::console());
     f.draw(2, QColor(30, 160, 30));
     const auto before = f.thumbnail(2);
     ASSERT_TRUE(before);

@@ -67,12 +67,12 @@ TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
     DocumentWindow f;
     // Nothing open: the console gets the column.
     EXPECT_FALSE(f.tabs().isVisible());
-    EditorDocument *a = f.store().newScript(QStringLiteral("a <- 1\n"));
+    EditorDocument *a = f.store().newScript(u"a <- 1\n"_qs);
     EXPECT_TRUE(f.tabs().isVisible());
-    f.store().open(f.file(QStringLiteral("b.R"), "b <- 2\n"));
+    f.store().open(f.file(u"b.R"_qs, "b <- 2\n"));
     ASSERT_EQ(f.tabs().count(), 2);
-    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("Untitled"));
-    EXPECT_EQ(f.tabs().tabText(1), QStringLiteral("b.R"));
+    EXPECT_EQ(f.tabs().tabText(0), u"Untitled"_qs);
+    EXPECT_EQ(f.tabs().tabText(1), u"b.R"_qs);
     EXPECT_EQ(f.tabs().currentIndex(), 1);
 
     // Typing goes into the document, and the tab gets its mark.
@@ -81,19 +81,19 @@ TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
     QPlainTextEdit *editor = DocumentWindow::textEdit(f.tabs().editorView(a->id()));
     ASSERT_NE(editor, nullptr);
     editor->moveCursor(QTextCursor::End);
-    for (const QChar c : QStringLiteral("b <- a")) {
+    for (const QChar c : u"b <- a"_qs) {
         QKeyEvent press(QEvent::KeyPress, 0, Qt::NoModifier, QString(c));
         QApplication::sendEvent(editor, &press);
     }
-    EXPECT_EQ(a->text(), QStringLiteral("a <- 1\nb <- a"));
-    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("● Untitled"));
+    EXPECT_EQ(a->text(), u"a <- 1\nb <- a"_qs);
+    EXPECT_EQ(f.tabs().tabText(0), u"● Untitled"_qs);
 
     // The close button asks; "Don’t Save" takes the tab away.
     emit f.tabs().tabCloseRequested(0);
     ASSERT_EQ(f.alerts.size(), 1);
     f.alerts.takeLast().onChoice(2);
     EXPECT_EQ(f.tabs().count(), 1);
-    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("b.R"));
+    EXPECT_EQ(f.tabs().tabText(0), u"b.R"_qs);
     f.store().close(f.store().selectedID().value());
     EXPECT_FALSE(f.tabs().isVisible());
 }
@@ -101,7 +101,7 @@ TEST(DocumentViews, TabsFollowTheStoreWithDirtyMarks)
 TEST(DocumentViews, OutsideChangesShowTheBarAndReloadsReachTheEditor)
 {
     DocumentWindow f;
-    const QString path = f.file(QStringLiteral("s.R"), "one\n");
+    const QString path = f.file(u"s.R"_qs, "one\n");
     f.store().open(path);
     EditorDocument *document = f.store().script(path);
     auto *pane = qobject_cast<ScriptPane *>(f.tabs().page(document->id()));
@@ -109,20 +109,20 @@ TEST(DocumentViews, OutsideChangesShowTheBarAndReloadsReachTheEditor)
     QPlainTextEdit *editor = DocumentWindow::textEdit(pane->editor());
     ASSERT_NE(editor, nullptr);
     EXPECT_FALSE(pane->changedBar()->isVisibleTo(pane));
-    EXPECT_EQ(pane->formatLabel()->text(), QStringLiteral("Saved as UTF-8 with LF, like the file on disk"));
+    EXPECT_EQ(pane->formatLabel()->text(), u"Saved as UTF-8 with LF, like the file on disk"_qs);
 
-    document->setText(QStringLiteral("mine\n"));
-    f.file(QStringLiteral("s.R"), "theirs, longer\n");
+    document->setText(u"mine\n"_qs);
+    f.file(u"s.R"_qs, "theirs, longer\n");
     f.store().checkDisk();
     EXPECT_TRUE(pane->changedBar()->isVisibleTo(pane));
     pane->reloadButton()->click();
-    EXPECT_EQ(editor->toPlainText(), QStringLiteral("theirs, longer\n"));
+    EXPECT_EQ(editor->toPlainText(), u"theirs, longer\n"_qs);
     EXPECT_FALSE(pane->changedBar()->isVisibleTo(pane));
 
     ASSERT_TRUE(QFile::remove(path));
     f.store().checkDisk();
     EXPECT_TRUE(pane->deletedWarning()->isVisibleTo(pane));
-    EXPECT_EQ(f.tabs().tabText(0), QStringLiteral("● s.R")) << "a deleted file needs saving";
+    EXPECT_EQ(f.tabs().tabText(0), u"● s.R"_qs) << "a deleted file needs saving";
 }
 
 TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
@@ -135,17 +135,17 @@ TEST(DocumentViews, TheWindowHasTheFileTreeAndTheDocumentCommands)
     // A name the rules refuse is asked for again, with the reason shown.
     f.workspace->files().setRootPath(f.dir.path());
     EXPECT_TRUE(f.window->fileTree()->tree()->isVisibleTo(f.window.get()));
-    f.file(QStringLiteral("taken.R"), "x\n");
-    QStringList answers = {QStringLiteral("Taken.R"), QStringLiteral("fresh.R")};
+    f.file(u"taken.R"_qs, "x\n");
+    QStringList answers = {u"Taken.R"_qs, u"fresh.R"_qs};
     QStringList refusals;
     f.window->fileTree()->askName = [&](const QString &, const QString &) {
         return answers.isEmpty() ? std::optional<QString>() : answers.takeFirst();
     };
     f.window->fileTree()->showRefusal = [&](const QString &message) { refusals.append(message); };
     f.window->fileTree()->newFile();
-    EXPECT_EQ(refusals, QStringList{QStringLiteral("“Taken.R” already exists. Choose a different name.")});
-    EXPECT_TRUE(QFile::exists(f.dir.filePath(QStringLiteral("fresh.R"))));
-    ASSERT_NE(f.store().script(f.dir.filePath(QStringLiteral("fresh.R"))), nullptr) << "a new file opens";
+    EXPECT_EQ(refusals, QStringList{u"“Taken.R” already exists. Choose a different name."_qs});
+    EXPECT_TRUE(QFile::exists(f.dir.filePath(u"fresh.R"_qs)));
+    ASSERT_NE(f.store().script(f.dir.filePath(u"fresh.R"_qs)), nullptr) << "a new file opens";
 }
 
 TEST(DocumentViews, TheCodeMenuRunsTheSelectedScript)
@@ -156,14 +156,14 @@ TEST(DocumentViews, TheCodeMenuRunsTheSelectedScript)
     ASSERT_TRUE(runAll && knit);
     EXPECT_FALSE(runAll->isEnabled()) << "nothing to run without a script";
 
-    f.store().newScript(QStringLiteral("a <- 1\nb <- 2\n"));
+    f.store().newScript(u"a <- 1\nb <- 2\n"_qs);
     EXPECT_TRUE(runAll->isEnabled());
     EXPECT_FALSE(knit->isEnabled()) << "only R Markdown knits";
     runAll->trigger();
     ASSERT_FALSE(f.workspace->history().isEmpty());
-    EXPECT_EQ(f.workspace->history().last().code, QStringLiteral("a <- 1\nb <- 2"));
+    EXPECT_EQ(f.workspace->history().last().code, u"a <- 1\nb <- 2"_qs);
 
-    f.store().open(f.file(QStringLiteral("report.Rmd"), "---\ntitle: x\n---\n"));
+    f.store().open(f.file(u"report.Rmd"_qs, "---\ntitle: x\n---\n"));
     EXPECT_TRUE(knit->isEnabled());
 }
 
@@ -179,34 +179,34 @@ TEST(DocumentViews, TheCodeMenuEditsTheSelectedScript)
     EXPECT_FALSE(chunk->shortcut().isEmpty());
     EXPECT_FALSE(goTo->shortcut().isEmpty());
 
-    EditorDocument *script = f.store().newScript(QStringLiteral("f <- function(x) {\nx + 1\n      }\n"));
+    EditorDocument *script = f.store().newScript(u"f <- function(x) {\nx + 1\n      }\n"_qs);
     EXPECT_FALSE(chunk->isEnabled()) << "chunks are for R Markdown";
     QPlainTextEdit *editor = DocumentWindow::textEdit(f.tabs().editorView(script->id()));
     editor->selectAll();
     reindent->trigger();
-    EXPECT_EQ(editor->toPlainText(), QStringLiteral("f <- function(x) {\n  x + 1\n}\n"));
+    EXPECT_EQ(editor->toPlainText(), u"f <- function(x) {\n  x + 1\n}\n"_qs);
 
     goTo->trigger();
     ASSERT_TRUE(f.window->goToLineDialog);
-    f.window->goToLineDialog->setTextValue(QStringLiteral("2:3"));
+    f.window->goToLineDialog->setTextValue(u"2:3"_qs);
     f.window->goToLineDialog->accept();
     QApplication::processEvents();
     EXPECT_EQ(editor->textCursor().blockNumber(), 1);
     EXPECT_EQ(editor->textCursor().positionInBlock(), 2);
     // A line past the end goes to the last line, as far as the text reaches.
     goTo->trigger();
-    f.window->goToLineDialog->setTextValue(QStringLiteral("99:99"));
+    f.window->goToLineDialog->setTextValue(u"99:99"_qs);
     f.window->goToLineDialog->accept();
     QApplication::processEvents();
     EXPECT_EQ(editor->textCursor().position(), editor->toPlainText().size());
 
-    f.store().open(f.file(QStringLiteral("r.Rmd"), "Text\n"));
+    f.store().open(f.file(u"r.Rmd"_qs, "Text\n"));
     ASSERT_TRUE(f.store().selected() && f.store().selected()->script);
     EditorDocument *report = f.store().selected()->script;
     EXPECT_TRUE(chunk->isEnabled());
     QPlainTextEdit *markdown = DocumentWindow::textEdit(f.tabs().editorView(report->id()));
     markdown->moveCursor(QTextCursor::End);
     chunk->trigger();
-    EXPECT_TRUE(markdown->toPlainText().contains(QStringLiteral("```{r}\n\n```")))
+    EXPECT_TRUE(markdown->toPlainText().contains(u"```{r}\n\n```"_qs))
         << markdown->toPlainText().toStdString();
 }

@@ -36,38 +36,38 @@ struct WindowFixture : OffscreenWindow {
 TEST(MainWindowView, DrawsCellsIncrementallyAndBoundsAFlood)
 {
     WindowFixture f;
-    f.console().note(QStringLiteral("R 4.2.2 is ready."));
-    f.console().begin(QStringLiteral("r1"), QStringLiteral("summary(x)"), ExecOrigin::console());
-    f.console().append(ConsoleModel::Item::output(QStringLiteral("\x1b[38;5;208mwarm\x1b[0m 1\n")));
-    f.console().append(ConsoleModel::Item::warning(QStringLiteral("x"), std::nullopt));
-    f.console().append(ConsoleModel::Item::errorItem(RErrorInfo{
-        QStringLiteral("boom"), QStringLiteral("f()"), {RFrame{QStringLiteral("f()"), {}, {}}}, false}));
+    f.console().note(u"R 4.2.2 is ready."_qs);
+    f.console().begin(u"r1"_qs, u"summary(x)"_qs, ExecOrigin::console());
+    f.console().append(ConsoleModel::Item::output(u"\x1b[38;5;208mwarm\x1b[0m 1\n"_qs));
+    f.console().append(ConsoleModel::Item::warning(u"x"_qs, std::nullopt));
+    f.console().append(
+        ConsoleModel::Item::errorItem(RErrorInfo{u"boom"_qs, u"f()"_qs, {RFrame{u"f()"_qs, {}, {}}}, false}));
     ExecResult failed;
-    failed.error = RErrorInfo{QStringLiteral("boom"), {}, {}, false};
-    f.console().finish(QStringLiteral("r1"), failed);
+    failed.error = RErrorInfo{u"boom"_qs, {}, {}, false};
+    f.console().finish(u"r1"_qs, failed);
     const QString text = f.shown();
-    EXPECT_TRUE(text.contains(QStringLiteral("R 4.2.2 is ready.")));
-    EXPECT_TRUE(text.contains(QStringLiteral("› summary(x)")));
-    EXPECT_TRUE(text.contains(QStringLiteral("warm 1"))) << "escape sequences become colour, not text";
-    EXPECT_TRUE(text.contains(QStringLiteral("⚠ Warning: x")));
-    EXPECT_TRUE(text.contains(QStringLiteral("✕ Error in f()\nboom\n  1. f()")));
+    EXPECT_TRUE(text.contains(u"R 4.2.2 is ready."_qs));
+    EXPECT_TRUE(text.contains(u"› summary(x)"_qs));
+    EXPECT_TRUE(text.contains(u"warm 1"_qs)) << "escape sequences become colour, not text";
+    EXPECT_TRUE(text.contains(u"⚠ Warning: x"_qs));
+    EXPECT_TRUE(text.contains(u"✕ Error in f()\nboom\n  1. f()"_qs));
 
     // A flood: the document keeps the head, a marker and the tail, and stays bounded.
-    f.console().begin(QStringLiteral("r2"), QStringLiteral("print(1:1e6)"), ExecOrigin::console());
+    f.console().begin(u"r2"_qs, u"print(1:1e6)"_qs, ExecOrigin::console());
     for (int batch = 0; batch < 40; ++batch) {
         QString lines;
         for (int i = 0; i < 2500; ++i)
-            lines += QStringLiteral("line %1\n").arg(batch * 2500 + i);
+            lines += u"line %1\n"_qs.arg(batch * 2500 + i);
         f.console().append(ConsoleModel::Item::output(lines));
         f.console().flush();
     }
     const QString flooded = f.shown();
-    EXPECT_TRUE(flooded.contains(QStringLiteral("line 0\n")));
-    EXPECT_TRUE(flooded.contains(QStringLiteral("lines not shown …")));
-    EXPECT_TRUE(flooded.contains(QStringLiteral("line 99999")));
+    EXPECT_TRUE(flooded.contains(u"line 0\n"_qs));
+    EXPECT_TRUE(flooded.contains(u"lines not shown …"_qs));
+    EXPECT_TRUE(flooded.contains(u"line 99999"_qs));
     EXPECT_LT(flooded.size(), 200000);
     // Earlier cells were left as they were drawn.
-    EXPECT_TRUE(flooded.startsWith(text.left(text.indexOf(QStringLiteral("✕")))));
+    EXPECT_TRUE(flooded.startsWith(text.left(text.indexOf(u"✕"_qs))));
 
     // The document matches a fresh drawing of the same model.
     f.window->console()->transcript()->rebuild();
@@ -88,18 +88,18 @@ TEST(MainWindowView, TranscriptFollowsTheEnd)
     const auto output = [&](int from) {
         QString lines;
         for (int i = from; i < from + 200; ++i)
-            lines += QStringLiteral("line %1\n").arg(i);
+            lines += u"line %1\n"_qs.arg(i);
         f.console().append(ConsoleModel::Item::output(lines));
         f.console().flush();
         settle();
     };
-    f.console().begin(QStringLiteral("r1"), QStringLiteral("print(x)"), ExecOrigin::console());
+    f.console().begin(u"r1"_qs, u"print(x)"_qs, ExecOrigin::console());
     output(0);
     ASSERT_GT(bar->maximum(), 0);
     EXPECT_EQ(bar->value(), bar->maximum());
 
     const int before = bar->maximum();
-    f.workspace->documents().newScript(QStringLiteral("a <- 1\n"));
+    f.workspace->documents().newScript(u"a <- 1\n"_qs);
     settle();
     ASSERT_GT(bar->maximum(), before) << "the console got shorter";
     EXPECT_EQ(bar->value(), bar->maximum());
@@ -111,8 +111,7 @@ TEST(MainWindowView, TranscriptFollowsTheEnd)
     output(400);
     EXPECT_EQ(bar->value(), 0);
     // A run from the editor brings its cell into view.
-    f.console().begin(QStringLiteral("r2"), QStringLiteral("a <- 1"),
-                      ExecOrigin::editor(QStringLiteral("Untitled")));
+    f.console().begin(u"r2"_qs, u"a <- 1"_qs, ExecOrigin::editor(u"Untitled"_qs));
     f.console().flush();
     settle();
     EXPECT_EQ(bar->value(), bar->maximum());
@@ -124,9 +123,9 @@ TEST(MainWindowView, InputKeysSubmitWalkHistoryAndFollowTheState)
 {
     WindowFixture f;
     ConsoleInput *input = f.window->console()->input();
-    EXPECT_EQ(input->placeholderText(), QStringLiteral("Run R code"));
+    EXPECT_EQ(input->placeholderText(), u"Run R code"_qs);
     f.workspace->setConsoleAskMode(true);
-    EXPECT_EQ(input->placeholderText(), QStringLiteral("Ask the Analyst about your data…"));
+    EXPECT_EQ(input->placeholderText(), u"Ask the Analyst about your data…"_qs);
     f.workspace->setConsoleAskMode(false);
 
     for (const QString &code : {u"a <- 1"_qs, u"b <- 2"_qs}) {
@@ -136,18 +135,18 @@ TEST(MainWindowView, InputKeysSubmitWalkHistoryAndFollowTheState)
     ASSERT_EQ(f.workspace->history().size(), 2);
     EXPECT_TRUE(input->toPlainText().isEmpty());
 
-    input->setPlainText(QStringLiteral("dra"));
+    input->setPlainText(u"dra"_qs);
     f.press(Qt::Key_Up);
-    EXPECT_EQ(input->toPlainText(), QStringLiteral("b <- 2"));
+    EXPECT_EQ(input->toPlainText(), u"b <- 2"_qs);
     f.press(Qt::Key_Up);
-    EXPECT_EQ(input->toPlainText(), QStringLiteral("a <- 1"));
+    EXPECT_EQ(input->toPlainText(), u"a <- 1"_qs);
     f.press(Qt::Key_Down);
     f.press(Qt::Key_Down);
-    EXPECT_EQ(input->toPlainText(), QStringLiteral("dra"));
+    EXPECT_EQ(input->toPlainText(), u"dra"_qs);
 
     // Shift+Enter adds a line instead of running.
     f.press(Qt::Key_Return, Qt::ShiftModifier);
-    EXPECT_EQ(input->toPlainText(), QStringLiteral("dra\n"));
+    EXPECT_EQ(input->toPlainText(), u"dra\n"_qs);
     EXPECT_EQ(f.workspace->history().size(), 2);
 }
 
@@ -175,9 +174,9 @@ TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
     f.workspace->handle(state);
     QTreeWidget *objects = f.window->workspacePane()->objects();
     ASSERT_EQ(objects->topLevelItemCount(), 1);
-    EXPECT_EQ(objects->topLevelItem(0)->text(0), QStringLiteral("cars"));
-    EXPECT_EQ(objects->topLevelItem(0)->text(1), QStringLiteral("data.frame"));
-    EXPECT_EQ(objects->topLevelItem(0)->text(2), QStringLiteral("50 × 2"));
+    EXPECT_EQ(objects->topLevelItem(0)->text(0), u"cars"_qs);
+    EXPECT_EQ(objects->topLevelItem(0)->text(1), u"data.frame"_qs);
+    EXPECT_EQ(objects->topLevelItem(0)->text(2), u"50 × 2"_qs);
 
     SettingsWindow settings(f.settings);
     QStringList tabs;
@@ -194,9 +193,9 @@ TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
     EXPECT_TRUE(f.window->close());
     EXPECT_FALSE(asked);
 
-    Appearance::apply(QStringLiteral("dark"));
+    Appearance::apply(u"dark"_qs);
     EXPECT_TRUE(Appearance::isDark());
     EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 128);
-    Appearance::apply(QStringLiteral("light"));
+    Appearance::apply(u"light"_qs);
     EXPECT_FALSE(Appearance::isDark());
 }

@@ -13,7 +13,7 @@
 
 struct OffscreenWorkspace {
     QTemporaryDir dir;
-    Settings settings{dir.filePath(QStringLiteral("settings.ini"))};
+    Settings settings{dir.filePath(u"settings.ini"_qs)};
     std::unique_ptr<Workspace> workspace;
 
     OffscreenWorkspace()

@@ -42,7 +42,7 @@ struct PaneFixture : OffscreenWorkspace {
     {
         QImage image(400, 300, QImage::Format_RGB32);
         image.fill(Qt::white);
-        const QString file = dir.filePath(QStringLiteral("plot-%1.png").arg(id));
+        const QString file = dir.filePath(u"plot-%1.png"_qs.arg(id));
         image.save(file);
         workspace->plots().store().update(id, file, true,
                                           PlotGeometry::fromJSON(*JSONValue::parse(geometryJSON)));
@@ -74,10 +74,10 @@ TEST(PlotsPaneView, PagesHoverZoomAndSize)
     f.addPage(1);
     f.addPage(2);
     QApplication::processEvents();
-    EXPECT_EQ(f.pane->pageLabel()->text(), QStringLiteral("2 / 2"));
+    EXPECT_EQ(f.pane->pageLabel()->text(), u"2 / 2"_qs);
     EXPECT_FALSE(f.pane->nextButton()->isEnabled());
     f.pane->previousButton()->click();
-    EXPECT_EQ(f.pane->pageLabel()->text(), QStringLiteral("1 / 2"));
+    EXPECT_EQ(f.pane->pageLabel()->text(), u"1 / 2"_qs);
     EXPECT_FALSE(f.pane->previousButton()->isEnabled());
     EXPECT_TRUE(f.pane->nextButton()->isEnabled());
 
@@ -92,8 +92,8 @@ TEST(PlotsPaneView, PagesHoverZoomAndSize)
     f.mouse(QEvent::MouseMove, f.viewPoint(8, 2));
     const QStringList readout = f.overlay()->calloutLines();
     ASSERT_EQ(readout.size(), 2);
-    EXPECT_TRUE(readout[0].startsWith(QStringLiteral("x  8"))) << readout[0].toStdString();
-    EXPECT_TRUE(readout[1].startsWith(QStringLiteral("y  2"))) << readout[1].toStdString();
+    EXPECT_TRUE(readout[0].startsWith(u"x  8"_qs)) << readout[0].toStdString();
+    EXPECT_TRUE(readout[1].startsWith(u"y  2"_qs)) << readout[1].toStdString();
     QEvent leave(QEvent::Leave);
     QApplication::sendEvent(f.overlay(), &leave);
     EXPECT_TRUE(f.overlay()->calloutLines().isEmpty());
@@ -123,7 +123,7 @@ TEST(PlotsPaneView, PagesHoverZoomAndSize)
     EXPECT_FALSE(f.workspace->plots().store().page(page)->zoom);
 
     f.workspace->plots().remove(page);
-    EXPECT_EQ(f.pane->pageLabel()->text(), QStringLiteral("1 / 1"));
+    EXPECT_EQ(f.pane->pageLabel()->text(), u"1 / 1"_qs);
     f.workspace->plots().clear();
     EXPECT_FALSE(f.pane->canvas()->isVisible());
 }
@@ -139,7 +139,7 @@ TEST(PlotsPaneView, ANewPageBringsThePlotsTabForward)
     SessionEvent event;
     event.kind = SessionEvent::Kind::Plot;
     event.page = 1;
-    event.file = f.dir.filePath(QStringLiteral("missing.png"));
+    event.file = f.dir.filePath(u"missing.png"_qs);
     event.isNew = true;
     workspace.handle(event);
     EXPECT_EQ(window.inspector()->currentWidget(), window.plotsPane());
@@ -158,7 +158,7 @@ TEST(PlotsPaneView, WindowSwapsItsPictureForAVectorDrawing)
     picture.fill(QColor(0, 0, 255));
     PlotWindow window(3, picture, QSize(200, 200));
     window.show();
-    EXPECT_EQ(window.windowTitle(), QStringLiteral("Plot 3"));
+    EXPECT_EQ(window.windowTitle(), u"Plot 3"_qs);
     const auto shown = [&](int x, int y) { return window.grab().toImage().pixelColor(x, y); };
     const auto near = [](QColor a, QColor b) {
         return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue()) <
