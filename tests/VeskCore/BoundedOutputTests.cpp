@@ -29,17 +29,17 @@ QStringList outputStream(quint32 seed, int writes)
     for (int i = 0; i < writes * 3; ++i) {
         const quint32 kind = random.bounded(6);
         if (kind == 0)
-            all += QStringLiteral("\x1b[3%1mcoloured %2\x1b[0m\n").arg(random.bounded(8)).arg(i);
+            all += u"\x1b[3%1mcoloured %2\x1b[0m\n"_qs.arg(random.bounded(8)).arg(i);
         else if (kind == 1)
             all += QString(random.bounded(300), u'x') + u'\n';
         else if (kind == 2)
-            all += QStringLiteral("Grüße, 日本語, 😀 %1\n").arg(i);
+            all += u"Grüße, 日本語, 😀 %1\n"_qs.arg(i);
         else if (kind == 3)
-            all += QStringLiteral("\r%1% [====>   ]").arg(random.bounded(100));
+            all += u"\r%1% [====>   ]"_qs.arg(random.bounded(100));
         else if (kind == 4)
-            all += QStringLiteral("\x1b[1;38;5;%1mbold\x1b[22m still coloured ").arg(random.bounded(256));
+            all += u"\x1b[1;38;5;%1mbold\x1b[22m still coloured "_qs.arg(random.bounded(256));
         else
-            all += QStringLiteral("[1] %1\n").arg(random.generate());
+            all += u"[1] %1\n"_qs.arg(random.generate());
     }
     QStringList pieces;
     qsizetype at = 0;
@@ -58,13 +58,13 @@ QStringList outputStream(quint32 seed, int writes)
 TEST(OutputChunks, Counting)
 {
     EXPECT_EQ(OutputChunks::lineCount(QString()), 0);
-    EXPECT_EQ(OutputChunks::lineCount(QStringLiteral("a\n")), 1);
-    EXPECT_EQ(OutputChunks::lineCount(QStringLiteral("a\nb")), 2);
-    const QByteArray euro = QStringLiteral("a€b").toUtf8(); // a E2 82 AC b
+    EXPECT_EQ(OutputChunks::lineCount(u"a\n"_qs), 1);
+    EXPECT_EQ(OutputChunks::lineCount(u"a\nb"_qs), 2);
+    const QByteArray euro = u"a€b"_qs.toUtf8(); // a E2 82 AC b
     EXPECT_EQ(OutputChunks::scalarBoundary(euro, 1), 1);
     EXPECT_EQ(OutputChunks::scalarBoundary(euro, 2), 4);
     EXPECT_EQ(OutputChunks::scalarBoundary(euro, 99), 5);
-    const QString mixed = QStringLiteral("aé€😀\n\x1b[1m日本");
+    const QString mixed = u"aé€😀\n\x1b[1m日本"_qs;
     EXPECT_EQ(OutputChunks::byteCount(mixed), utf8Size(mixed));
 }
 
@@ -85,7 +85,7 @@ TEST(OutputChunks, LongLineIsCutOnAScalarBoundary)
     EXPECT_EQ(frozen[0] + live, accents);
 
     // The same for a character outside the BMP: never between the halves of a surrogate pair.
-    const QString emoji = QStringLiteral("ab") + QStringLiteral("😀").repeated(3000);
+    const QString emoji = u"ab"_qs + u"😀"_qs.repeated(3000);
     std::tie(frozen, live) = OutputChunks::split(emoji, 6000, 200);
     for (const QString &piece : frozen) {
         EXPECT_FALSE(piece.back().isHighSurrogate());
@@ -99,7 +99,7 @@ TEST(OutputChunks, CutsFallBehindLineFeeds)
 {
     QString text;
     for (int i = 0; i < 100; ++i)
-        text += QStringLiteral("line %1\n").arg(i, 3, 10, QLatin1Char('0')); // 9 bytes each
+        text += u"line %1\n"_qs.arg(i, 3, 10, QLatin1Char('0')); // 9 bytes each
     EXPECT_TRUE(OutputChunks::split(text, 900, 100).first.isEmpty());
     auto [frozen, live] = OutputChunks::split(text, 100, 200);
     ASSERT_FALSE(frozen.isEmpty());
@@ -113,13 +113,12 @@ TEST(OutputChunks, CutsFallBehindLineFeeds)
     EXPECT_LE(OutputChunks::lineBreaks(live), 7);
     // Limits below the minimum are raised to 16 bytes and 1 line.
     EXPECT_EQ(OutputChunks::split(QString(17, u'x'), 0, 0).first, QStringList({QString(16, u'x')}));
-    EXPECT_EQ(OutputChunks::split(QStringLiteral("a\nb\nc"), 100, 0).first,
-              QStringList({QStringLiteral("a\n"), QStringLiteral("b\n")}));
+    EXPECT_EQ(OutputChunks::split(u"a\nb\nc"_qs, 100, 0).first, QStringList({u"a\n"_qs, u"b\n"_qs}));
 }
 
 TEST(OutputChunks, ColourOpenAtACutIsSetAgain)
 {
-    const QString text = QStringLiteral("\x1b[1;31m") + QString(100, u'r') + QStringLiteral("\x1b[0m plain");
+    const QString text = u"\x1b[1;31m"_qs + QString(100, u'r') + u"\x1b[0m plain"_qs;
     const auto [frozen, live] = OutputChunks::split(text, 40, 10);
     ASSERT_GE(frozen.size(), 2);
     ANSIStyle boldRed;
@@ -133,13 +132,13 @@ TEST(OutputChunks, ColourOpenAtACutIsSetAgain)
         EXPECT_EQ(runs[0].style, boldRed);
     }
     EXPECT_EQ(ANSIText::parse(live).first().style, boldRed);
-    EXPECT_EQ(ANSIText::parse(live).last(), ANSIRun({QStringLiteral(" plain"), {}}));
+    EXPECT_EQ(ANSIText::parse(live).last(), ANSIRun({u" plain"_qs, {}}));
     EXPECT_EQ(ANSIText::strip(frozen.join(QString()) + live), ANSIText::strip(text));
 }
 
 TEST(OutputChunks, EscapeSequenceIsNotTornAtACut)
 {
-    const QString sgr = QStringLiteral("\x1b[1;38;2;255;128;0m");
+    const QString sgr = u"\x1b[1;38;2;255;128;0m"_qs;
     const QString text = QString(40, u'a') + sgr + QString(40, u'b');
     const auto [frozen, live] = OutputChunks::split(text, 50, 10);
     ASSERT_FALSE(frozen.isEmpty());
@@ -158,10 +157,10 @@ TEST(OutputRun, KeepsTheHeadAndTheNewestTail)
     OutputRun run(100, 5, 4);
     QString all;
     for (int i = 0; i < 200; ++i) {
-        all += QStringLiteral("line %1\n").arg(i);
-        run.write(QStringLiteral("line %1\n").arg(i));
+        all += u"line %1\n"_qs.arg(i);
+        run.write(u"line %1\n"_qs.arg(i));
     }
-    EXPECT_EQ(run.chunks().first().text, QStringLiteral("line 0\nline 1\nline 2\nline 3\nline 4\n"));
+    EXPECT_EQ(run.chunks().first().text, u"line 0\nline 1\nline 2\nline 3\nline 4\n"_qs);
     EXPECT_TRUE(all.endsWith(run.text().sliced(run.chunks().first().text.size())));
 }
 
@@ -200,25 +199,25 @@ TEST(OutputRun, EdgeCases)
     run.write(QString());
     EXPECT_FALSE(run.isEmpty());
     for (int i = 0; i < 10; ++i)
-        run.write(QStringLiteral("%1\n").arg(i));
+        run.write(u"%1\n"_qs.arg(i));
     EXPECT_EQ(run.chunks().size(), 2);
-    EXPECT_EQ(run.chunks().first().text, QStringLiteral("0\n"));
+    EXPECT_EQ(run.chunks().first().text, u"0\n"_qs);
     EXPECT_EQ(run.omittedLines(), 9 - OutputChunks::lineBreaks(run.chunks().last().text));
 
     // A trailing incomplete escape sequence waits in the cursor and never shows.
     OutputRun progress;
-    progress.write(QStringLiteral("10%\r20%\x1b[3"));
-    EXPECT_EQ(progress.text(), QStringLiteral("20%"));
-    EXPECT_EQ(progress.cursor().pending, QStringLiteral("\x1b[3"));
-    progress.write(QStringLiteral("2mok\n"));
-    EXPECT_EQ(progress.text(), QStringLiteral("20%\x1b[0;32mok\n"));
+    progress.write(u"10%\r20%\x1b[3"_qs);
+    EXPECT_EQ(progress.text(), u"20%"_qs);
+    EXPECT_EQ(progress.cursor().pending, u"\x1b[3"_qs);
+    progress.write(u"2mok\n"_qs);
+    EXPECT_EQ(progress.text(), u"20%\x1b[0;32mok\n"_qs);
 
     // Carriage-return updates rewrite the live chunk in place, however many there are.
     OutputRun bar(6000, 200, 20);
     for (int i = 0; i < 5000; ++i)
-        bar.write(QStringLiteral("\r%1% [=====>   ]").arg(i % 100));
+        bar.write(u"\r%1% [=====>   ]"_qs.arg(i % 100));
     EXPECT_EQ(bar.chunks().size(), 1);
-    EXPECT_EQ(bar.text(), QStringLiteral("99% [=====>   ]"));
+    EXPECT_EQ(bar.text(), u"99% [=====>   ]"_qs);
 }
 
 TEST(HeadTailText, HeadFillsToItsLimitThenTheTail)
@@ -227,8 +226,8 @@ TEST(HeadTailText, HeadFillsToItsLimitThenTheTail)
     EXPECT_TRUE(text.isEmpty());
     text.append(QString());
     EXPECT_TRUE(text.isEmpty());
-    const QString first = QStringLiteral("abcdefghijklmno");
-    const QString second = QStringLiteral("PQRSTUVWXYZ0123");
+    const QString first = u"abcdefghijklmno"_qs;
+    const QString second = u"PQRSTUVWXYZ0123"_qs;
     text.append(first);
     text.append(second);
     EXPECT_EQ(text.text(), first + second);
@@ -237,34 +236,34 @@ TEST(HeadTailText, HeadFillsToItsLimitThenTheTail)
 
     // A byte order mark is output like any other character, at the start of the head or the tail.
     HeadTailText bom(4, 100);
-    const QString withMarks = QChar(0xFEFF) + QStringLiteral("x") + QChar(0xFEFF) + QStringLiteral("y");
+    const QString withMarks = QChar(0xFEFF) + u"x"_qs + QChar(0xFEFF) + u"y"_qs;
     bom.append(withMarks);
     EXPECT_EQ(bom.text(), withMarks);
     bom.append(QString(300, u'z') + QChar(0xFEFF) + QString(97, u'z'));
-    EXPECT_TRUE(bom.text().startsWith(QChar(0xFEFF) + QStringLiteral("x\n…")));
-    EXPECT_TRUE(bom.text().endsWith(QStringLiteral("…\n") + QChar(0xFEFF) + QString(97, u'z')));
+    EXPECT_TRUE(bom.text().startsWith(QChar(0xFEFF) + u"x\n…"_qs));
+    EXPECT_TRUE(bom.text().endsWith(u"…\n"_qs + QChar(0xFEFF) + QString(97, u'z')));
 
     // The head cut moves past a multi-byte character rather than into it.
     HeadTailText euro(5, 100);
-    euro.append(QStringLiteral("aaaa€b"));
-    EXPECT_EQ(euro.text(), QStringLiteral("aaaa€b"));
+    euro.append(u"aaaa€b"_qs);
+    EXPECT_EQ(euro.text(), u"aaaa€b"_qs);
     euro.append(QString(300, u'z'));
-    EXPECT_TRUE(euro.text().startsWith(QStringLiteral("aaaa€\n… ")));
+    EXPECT_TRUE(euro.text().startsWith(u"aaaa€\n… "_qs));
 }
 
 TEST(HeadTailText, MarkerForWhatWasDropped)
 {
     HeadTailText one(6, 10);
-    one.append(QStringLiteral("head\n"));
-    one.append(QStringLiteral("dropped\n0123456789"));
+    one.append(u"head\n"_qs);
+    one.append(u"dropped\n0123456789"_qs);
     EXPECT_TRUE(one.isTruncated());
     // "head\n" plus "d" fill the head, "ropped\n" is dropped.
-    EXPECT_EQ(one.text(), QStringLiteral("head\nd\n… 1 line of output omitted …\n0123456789"));
+    EXPECT_EQ(one.text(), u"head\nd\n… 1 line of output omitted …\n0123456789"_qs);
 
     HeadTailText many(3, 10);
     for (int i = 0; i < 1000; ++i)
-        many.append(QStringLiteral("%1\n").arg(i % 10));
-    EXPECT_EQ(many.text(), QStringLiteral("0\n1\n… 994 lines of output omitted …\n5\n6\n7\n8\n9\n"));
+        many.append(u"%1\n"_qs.arg(i % 10));
+    EXPECT_EQ(many.text(), u"0\n1\n… 994 lines of output omitted …\n5\n6\n7\n8\n9\n"_qs);
 }
 
 TEST(HeadTailText, TailIsTrimmedOnlyNowAndThenButReportedExactly)
@@ -274,27 +273,26 @@ TEST(HeadTailText, TailIsTrimmedOnlyNowAndThenButReportedExactly)
     // Below twice the limit nothing was dropped yet; the text is trimmed all the same.
     EXPECT_EQ(text.droppedBytes(), 0);
     EXPECT_TRUE(text.isTruncated());
-    EXPECT_EQ(text.text(), QStringLiteral("\n… 0 lines of output omitted …\n") + QString(10, u'x'));
+    EXPECT_EQ(text.text(), u"\n… 0 lines of output omitted …\n"_qs + QString(10, u'x'));
     // Never a torn character at the tail's start.
     HeadTailText accents(0, 11);
     accents.append(QString(30, u'é'));
-    EXPECT_EQ(accents.text(), QStringLiteral("\n… 0 lines of output omitted …\n") + QString(5, u'é'));
+    EXPECT_EQ(accents.text(), u"\n… 0 lines of output omitted …\n"_qs + QString(5, u'é'));
 }
 
 TEST(LineTail, KeepsTheLastNonBlankLines)
 {
     LineTail tail(3);
-    tail.append(QStringLiteral("one\n  \n\t\ntwo  \n   three\nfour"));
-    EXPECT_EQ(tail.lines(),
-              QStringList({QStringLiteral("one"), QStringLiteral("two"), QStringLiteral("three")}));
+    tail.append(u"one\n  \n\t\ntwo  \n   three\nfour"_qs);
+    EXPECT_EQ(tail.lines(), QStringList({u"one"_qs, u"two"_qs, u"three"_qs}));
     // The unfinished line counts as the last line.
-    EXPECT_EQ(tail.text(), QStringLiteral("two\nthree\nfour"));
-    tail.append(QStringLiteral("ty\nfive\n"));
-    EXPECT_EQ(tail.text(), QStringLiteral("three\nfourty\nfive"));
+    EXPECT_EQ(tail.text(), u"two\nthree\nfour"_qs);
+    tail.append(u"ty\nfive\n"_qs);
+    EXPECT_EQ(tail.text(), u"three\nfourty\nfive"_qs);
     EXPECT_EQ(tail.lines().size(), 3);
     tail.removeAll();
     EXPECT_EQ(tail.text(), QString());
-    tail.append(QStringLiteral("   "));
+    tail.append(u"   "_qs);
     EXPECT_EQ(tail.text(), QString());
 }
 
@@ -305,18 +303,18 @@ TEST(LineTail, LongLinesAreCut)
     EXPECT_EQ(tail.lines(), QStringList({QString(400, u'a')}));
 
     // 400 characters, not UTF-16 units: an emoji is never torn.
-    const QString emoji = QStringLiteral("😀").repeated(500);
+    const QString emoji = u"😀"_qs.repeated(500);
     tail.append(emoji + u'\n');
     EXPECT_EQ(tail.lines().last(), emoji.left(800));
 
     // A line that never ends stays small, and blanks inside it are kept up to the cut.
     LineTail endless(2);
-    endless.append(QStringLiteral("  x") + QString(500, u' '));
-    EXPECT_EQ(endless.text(), QStringLiteral("x"));
+    endless.append(u"  x"_qs + QString(500, u' '));
+    EXPECT_EQ(endless.text(), u"x"_qs);
     for (int i = 0; i < 1000; ++i)
         endless.append(QString(1000, u' '));
-    endless.append(QStringLiteral("y"));
-    EXPECT_EQ(endless.text(), QStringLiteral("x") + QString(399, u' '));
-    endless.append(QStringLiteral("\n"));
-    EXPECT_EQ(endless.lines(), QStringList({QStringLiteral("x") + QString(399, u' ')}));
+    endless.append(u"y"_qs);
+    EXPECT_EQ(endless.text(), u"x"_qs + QString(399, u' '));
+    endless.append(u"\n"_qs);
+    EXPECT_EQ(endless.lines(), QStringList({u"x"_qs + QString(399, u' ')}));
 }

@@ -121,7 +121,7 @@ TEST(HTTPRequestParser, HeadLimitIsExactly64KiB)
     EXPECT_EQ(parse(exact, 997).requests.size(), 1);
 
     const HTTPParseError over = errorOf(headOf(0x10001));
-    EXPECT_EQ(over, (HTTPParseError{431, QStringLiteral("Header section too large.")}));
+    EXPECT_EQ(over, (HTTPParseError{431, u"Header section too large."_qs}));
     // Without an end in sight the refusal comes as soon as the input passes the limit.
     const Parsed open = parse(QByteArray("GET / HTTP/1.1\r\nX: ") + QByteArray(0x10000, 'p'), 4096);
     EXPECT_EQ(open.error, over);
@@ -132,7 +132,7 @@ TEST(HTTPRequestParser, BodiesAtAndOverTheLimit)
     const QByteArray atLimit = "POST / HTTP/1.1\r\nContent-Length: 1000\r\n\r\n" + QByteArray(1000, 'b');
     EXPECT_EQ(parse(atLimit).requests.value(0).body.size(), 1000);
 
-    const HTTPParseError tooLarge{413, QStringLiteral("Request body exceeds 1000 bytes.")};
+    const HTTPParseError tooLarge{413, u"Request body exceeds 1000 bytes."_qs};
     // Refused from the head alone, before any body byte.
     EXPECT_EQ(errorOf("POST / HTTP/1.1\r\nContent-Length: 1001\r\n\r\n"), tooLarge);
     EXPECT_EQ(errorOf("POST / HTTP/1.1\r\nContent-Length: 999999999999999999\r\n\r\n"), tooLarge);
@@ -154,7 +154,7 @@ TEST(HTTPRequestParser, ContentLengthForms)
     EXPECT_EQ(onlyRequest("POST / HTTP/1.1\r\nContent-Length: 2\r\ncontent-length: 2\r\n\r\nab").body, "ab");
     for (const char *bad : {"+3", "-3", "3, 4", "", "0x3", "3,"}) {
         EXPECT_EQ(errorOf(QByteArray("POST / HTTP/1.1\r\nContent-Length: ") + bad + "\r\n\r\nabc"),
-                  (HTTPParseError{400, QStringLiteral("Invalid Content-Length.")}))
+                  (HTTPParseError{400, u"Invalid Content-Length."_qs}))
             << bad;
     }
 }
@@ -162,7 +162,7 @@ TEST(HTTPRequestParser, ContentLengthForms)
 TEST(HTTPRequestParser, TransferCodings)
 {
     EXPECT_EQ(errorOf("POST / HTTP/1.1\r\nTransfer-Encoding: gzip, chunked\r\n\r\n"),
-              (HTTPParseError{501, QStringLiteral("Unsupported transfer coding.")}));
+              (HTTPParseError{501, u"Unsupported transfer coding."_qs}));
     EXPECT_EQ(
         onlyRequest("POST / HTTP/1.1\r\nTransfer-Encoding: identity\r\nContent-Length: 3\r\n\r\nabc").body,
         "abc");
@@ -176,7 +176,7 @@ TEST(HTTPRequestParser, TransferCodings)
 TEST(HTTPRequestParser, ChunkFramingErrors)
 {
     const QByteArray head = "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
-    EXPECT_EQ(errorOf(head + "2\r\nabX\r\n"), (HTTPParseError{400, QStringLiteral("Line too long.")}));
+    EXPECT_EQ(errorOf(head + "2\r\nabX\r\n"), (HTTPParseError{400, u"Line too long."_qs}));
     EXPECT_EQ(errorOf(head + "g\r\n").message, u"Invalid chunk size.");
     EXPECT_EQ(errorOf(head + ";x\r\n").message, u"Invalid chunk size.");
     EXPECT_EQ(errorOf(head + QByteArray(4098, '0')).message, u"Line too long.");
@@ -184,25 +184,23 @@ TEST(HTTPRequestParser, ChunkFramingErrors)
     QByteArray trailers = head + "0\r\n";
     for (int i = 0; i < 17; ++i)
         trailers += "T: " + QByteArray(4000, 't') + "\r\n";
-    EXPECT_EQ(errorOf(trailers), (HTTPParseError{431, QStringLiteral("Trailer section too large.")}));
+    EXPECT_EQ(errorOf(trailers), (HTTPParseError{431, u"Trailer section too large."_qs}));
 }
 
 TEST(HTTPRequestParser, MalformedHeads)
 {
-    const HTTPParseError badLine{400, QStringLiteral("Malformed request line.")};
+    const HTTPParseError badLine{400, u"Malformed request line."_qs};
     EXPECT_EQ(errorOf("GET  / HTTP/1.1\r\n\r\n"), badLine);
     EXPECT_EQ(errorOf("GET /\r\n\r\n"), badLine);
     EXPECT_EQ(errorOf("G(T / HTTP/1.1\r\n\r\n"), badLine);
-    EXPECT_EQ(errorOf("GET / HTTP/2.0\r\n\r\n"),
-              (HTTPParseError{505, QStringLiteral("Unsupported HTTP version.")}));
-    EXPECT_EQ(errorOf("GET / FTP/1.0\r\n\r\n"),
-              (HTTPParseError{400, QStringLiteral("Unsupported HTTP version.")}));
+    EXPECT_EQ(errorOf("GET / HTTP/2.0\r\n\r\n"), (HTTPParseError{505, u"Unsupported HTTP version."_qs}));
+    EXPECT_EQ(errorOf("GET / FTP/1.0\r\n\r\n"), (HTTPParseError{400, u"Unsupported HTTP version."_qs}));
     EXPECT_EQ(errorOf("GET / HTTP/1.1\r\nA: 1\r\n folded\r\n\r\n").message, u"Malformed header field.");
     EXPECT_EQ(errorOf("GET / HTTP/1.1\r\nno colon\r\n\r\n").message, u"Malformed header field.");
     EXPECT_EQ(errorOf("GET / HTTP/1.1\r\n: empty\r\n\r\n").message, u"Malformed header field name.");
     EXPECT_EQ(errorOf("GET / HTTP/1.1\r\nBad Name: x\r\n\r\n").message, u"Malformed header field name.");
     // Invalid UTF-8 is repaired, not refused.
-    EXPECT_EQ(onlyRequest("GET /\xff HTTP/1.1\r\nX: \xc3\r\n\r\n").target, QStringLiteral(u"/\uFFFD"));
+    EXPECT_EQ(onlyRequest("GET /\xff HTTP/1.1\r\nX: \xc3\r\n\r\n").target, u"/\uFFFD"_qs);
 }
 
 TEST(HTTPRequestParser, KeepAliveAndContinue)
@@ -245,7 +243,7 @@ TEST(HTTPResponse, Serialization)
 {
     HTTPResponse response;
     response.status = 401;
-    response.headers.append({QStringLiteral("WWW-Authenticate"), QStringLiteral("Bearer\r\n realm\n=\"x\"")});
+    response.headers.append({u"WWW-Authenticate"_qs, u"Bearer\r\n realm\n=\"x\""_qs});
     response.body = "{}";
     EXPECT_EQ(response.serialized(true),
               "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Bearer realm=\"x\"\r\n"

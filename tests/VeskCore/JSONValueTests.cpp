@@ -32,7 +32,7 @@ TEST(JSONValue, ScalarsMembersAndNullVersusAbsence)
     ASSERT_NE(object.find(u"a"), nullptr);
     EXPECT_TRUE(object.find(u"a")->isNull());
     EXPECT_EQ(object.find(u"b"), nullptr);
-    EXPECT_EQ(object[u"n"][1].stringValue(), QStringLiteral("x"));
+    EXPECT_EQ(object[u"n"][1].stringValue(), u"x"_qs);
     EXPECT_EQ(object[u"n"].at(3), nullptr);
     EXPECT_EQ(object[u"n"].at(-1), nullptr);
     EXPECT_EQ(object[u"n"][2].boolValue(), true);

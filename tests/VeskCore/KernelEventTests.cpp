@@ -17,23 +17,23 @@ TEST(KernelEvent, DecodesEachTypeAndRefusesFramesWithoutWhatTheyNeed)
     const Case cases[] = {
         {R"({"type":"ready","version":"4.2.2","pid":42})", K::Ready,
          [](const KernelEvent &e) {
-             EXPECT_EQ(e.info, (RInfo{QStringLiteral("4.2.2"), 42, {}}));
+             EXPECT_EQ(e.info, (RInfo{u"4.2.2"_qs, 42, {}}));
          }},
         {R"({"type":"ready","pid":"x"})", K::Ready,
          [](const KernelEvent &e) {
-             EXPECT_EQ(e.info, (RInfo{QStringLiteral("R"), 0, {}}));
+             EXPECT_EQ(e.info, (RInfo{u"R"_qs, 0, {}}));
          }},
         {R"({"type":"response","id":"r1","result":[1]})", K::Response,
          [](const KernelEvent &e) {
-             EXPECT_EQ(e.id, QStringLiteral("r1"));
+             EXPECT_EQ(e.id, u"r1"_qs);
              EXPECT_FALSE(e.fault);
              EXPECT_EQ(e.result, *JSONValue::parse(QByteArrayView("[1]")));
          }},
         {R"({"type":"response","id":"r1","error":{"x":1}})", K::Response,
-         [](const KernelEvent &e) { EXPECT_EQ(e.fault, QStringLiteral("error")); }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.fault, u"error"_qs); }},
         {R"({"type":"response","result":1})", std::nullopt},
         {R"({"type":"message","text":"hi\n"})", K::Message,
-         [](const KernelEvent &e) { EXPECT_EQ(e.text, QStringLiteral("hi\n")); }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.text, u"hi\n"_qs); }},
         {R"({"type":"message"})", std::nullopt},
         {R"({"type":"warning"})", K::Warning,
          [](const KernelEvent &e) {
@@ -43,14 +43,14 @@ TEST(KernelEvent, DecodesEachTypeAndRefusesFramesWithoutWhatTheyNeed)
         {R"j({"type":"error","text":"bad","call":"f()","parse":true,"traceback":[{"call":"f()","line":"3"},{"x":1}]})j",
          K::Error,
          [](const KernelEvent &e) {
-             EXPECT_EQ(e.error.message, QStringLiteral("bad"));
-             EXPECT_EQ(e.error.call, QStringLiteral("f()"));
+             EXPECT_EQ(e.error.message, u"bad"_qs);
+             EXPECT_EQ(e.error.call, u"f()"_qs);
              EXPECT_TRUE(e.error.isParseError);
              ASSERT_EQ(e.error.traceback.size(), 1) << "a frame without a call is skipped";
              EXPECT_EQ(e.error.traceback[0].line, 3);
          }},
         {R"({"type":"error"})", K::Error,
-         [](const KernelEvent &e) { EXPECT_EQ(e.error.message, QStringLiteral("error")); }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.error.message, u"error"_qs); }},
         {R"({"type":"plot","page":2,"file":"/tmp/p.png","new":true,"info":{"w":1}})", K::Plot,
          [](const KernelEvent &e) {
              EXPECT_EQ(e.page, 2);
@@ -61,7 +61,7 @@ TEST(KernelEvent, DecodesEachTypeAndRefusesFramesWithoutWhatTheyNeed)
         {R"({"type":"plot","file":"/tmp/p.png"})", std::nullopt},
         {R"({"type":"state","state":{"wd":"/w","env":{"name":"x"}}})", K::State,
          [](const KernelEvent &e) {
-             EXPECT_EQ(e.state.wd, QStringLiteral("/w"));
+             EXPECT_EQ(e.state.wd, u"/w"_qs);
              ASSERT_EQ(e.state.env.size(), 1) << "a lone object counts as a list of one";
          }},
         {R"({"type":"state","state":[]})", std::nullopt},
@@ -70,16 +70,14 @@ TEST(KernelEvent, DecodesEachTypeAndRefusesFramesWithoutWhatTheyNeed)
         {R"({"type":"done","ok":"no"})", K::Done, [](const KernelEvent &e) { EXPECT_FALSE(e.failed); }},
         {R"({"type":"done"})", K::Done, [](const KernelEvent &e) { EXPECT_FALSE(e.failed); }},
         {R"({"type":"open_file","path":"/tmp/a b.R"})", K::OpenFile,
-         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl::fromLocalFile(QStringLiteral("/tmp/a b.R"))); }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl::fromLocalFile(u"/tmp/a b.R"_qs)); }},
         {R"({"type":"open_file","path":""})", std::nullopt},
         {R"({"type":"browse","url":"https://r-project.org/"})", K::Browse,
-         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl(QStringLiteral("https://r-project.org/"))); }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl(u"https://r-project.org/"_qs)); }},
         {R"({"type":"viewer","url":"/tmp/index.html"})", K::Viewer,
-         [](const KernelEvent &e) {
-             EXPECT_EQ(e.url, QUrl::fromLocalFile(QStringLiteral("/tmp/index.html")));
-         }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl::fromLocalFile(u"/tmp/index.html"_qs)); }},
         {R"({"type":"browse","url":"index.html"})", K::Browse,
-         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl::fromLocalFile(QStringLiteral("index.html"))); }},
+         [](const KernelEvent &e) { EXPECT_EQ(e.url, QUrl::fromLocalFile(u"index.html"_qs)); }},
         {R"({"type":"browse"})", std::nullopt},
         {R"({"type":"input","kind":"lines"})", K::Input,
          [](const KernelEvent &e) { EXPECT_EQ(e.input.kind, RInputRequest::Kind::Lines); }},

@@ -42,17 +42,13 @@ JSONValue json(const char *text)
 
 JSONValue rpc(int id, const QString &method, JSONValue params = JSONValue(JSONValue::Object()))
 {
-    return JSONValue{{QStringLiteral("jsonrpc"), "2.0"},
-                     {QStringLiteral("id"), id},
-                     {QStringLiteral("method"), method},
-                     {QStringLiteral("params"), std::move(params)}};
+    return JSONValue{
+        {u"jsonrpc"_qs, "2.0"}, {u"id"_qs, id}, {u"method"_qs, method}, {u"params"_qs, std::move(params)}};
 }
 
 JSONValue call(int id, const QString &tool, JSONValue arguments = JSONValue(JSONValue::Object()))
 {
-    return rpc(
-        id, QStringLiteral("tools/call"),
-        JSONValue{{QStringLiteral("name"), tool}, {QStringLiteral("arguments"), std::move(arguments)}});
+    return rpc(id, u"tools/call"_qs, JSONValue{{u"name"_qs, tool}, {u"arguments"_qs, std::move(arguments)}});
 }
 
 class MCPServerTest : public ::testing::Test {
@@ -81,7 +77,7 @@ protected:
     QString initialize()
     {
         const Reply r =
-            post(rpc(1, QStringLiteral("initialize"),
+            post(rpc(1, u"initialize"_qs,
                      json(R"({"protocolVersion":"2025-06-18","clientInfo":{"name":"t","version":"1"}})")));
         EXPECT_EQ(r.status, 200);
         return r.header("mcp-session-id");
@@ -89,8 +85,7 @@ protected:
     QByteArray sessionHeader(const QString &id) { return "Mcp-Session-Id: " + id.toUtf8(); }
 
     MCPDemoTools tools;
-    MCPServer server{QStringLiteral("vesk-test"), QStringLiteral("0.1"), QStringLiteral("Be kind."),
-                     MCPServer::makeToken()};
+    MCPServer server{u"vesk-test"_qs, u"0.1"_qs, u"Be kind."_qs, MCPServer::makeToken()};
     quint16 port = 0;
     QByteArray auth;
 };
@@ -110,17 +105,17 @@ void expectRefusal(const Reply &r, int status, int code, const QString &message)
 TEST(MCPServerChecks, TokensAndOrigins)
 {
     const QString token = MCPServer::makeToken();
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^[0-9a-f]{64}$")).match(token).hasMatch());
+    EXPECT_TRUE(QRegularExpression(u"^[0-9a-f]{64}$"_qs).match(token).hasMatch());
     EXPECT_NE(token, MCPServer::makeToken());
     EXPECT_EQ(MCPServer::randomHex(16).size(), 32);
 
-    EXPECT_TRUE(MCPServer::isAuthorized(QStringLiteral("bearer ") + token + u' ', token));
-    EXPECT_TRUE(MCPServer::isAuthorized(QStringLiteral("  Bearer   ") + token, token));
-    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Basic ") + token, token));
-    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer ") + token.chopped(1), token));
-    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer ") + token + u'0', token));
-    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer"), QString()));
-    EXPECT_FALSE(MCPServer::isAuthorized(QStringLiteral("Bearer "), QString()));
+    EXPECT_TRUE(MCPServer::isAuthorized(u"bearer "_qs + token + u' ', token));
+    EXPECT_TRUE(MCPServer::isAuthorized(u"  Bearer   "_qs + token, token));
+    EXPECT_FALSE(MCPServer::isAuthorized(u"Basic "_qs + token, token));
+    EXPECT_FALSE(MCPServer::isAuthorized(u"Bearer "_qs + token.chopped(1), token));
+    EXPECT_FALSE(MCPServer::isAuthorized(u"Bearer "_qs + token + u'0', token));
+    EXPECT_FALSE(MCPServer::isAuthorized(u"Bearer"_qs, QString()));
+    EXPECT_FALSE(MCPServer::isAuthorized(u"Bearer "_qs, QString()));
 
     for (const char *good :
          {"http://localhost:3000", "https://127.0.0.1", "http://[::1]:8080/", "HTTP://LOCALHOST"})
@@ -135,31 +130,30 @@ TEST_F(MCPServerTest, RefusalsComeInOrder)
 {
     // Origin first, then path, then the token.
     expectRefusal(send("POST", "/other", "{}", {"Origin: http://evil.example"}), 403, -32000,
-                  QStringLiteral("Forbidden: origin http://evil.example is not allowed."));
+                  u"Forbidden: origin http://evil.example is not allowed."_qs);
     for (const QByteArray origin : {"null", "http://user@localhost", "http://localhost/path"})
         EXPECT_EQ(send("POST", "/mcp", "{}", {"Origin: " + origin, auth}).status, 403) << origin.constData();
-    expectRefusal(send("POST", "/other", "{}"), 404, -32000, QStringLiteral("Not found."));
+    expectRefusal(send("POST", "/other", "{}"), 404, -32000, u"Not found."_qs);
     EXPECT_EQ(send("POST", "/mcpx", "{}").status, 404);
 
     for (const QList<QByteArray> &headers : QList<QList<QByteArray>>{
              {}, {"Authorization: Bearer wrong"}, {"Authorization: Basic " + server.token().toUtf8()}}) {
         const Reply r = send("POST", "/mcp", "{}", headers);
-        expectRefusal(r, 401, -32000, QStringLiteral("Unauthorized."));
+        expectRefusal(r, 401, -32000, u"Unauthorized."_qs);
         EXPECT_EQ(r.header("www-authenticate"), u"Bearer realm=\"vesk\"");
     }
 
     const Reply get = send("GET", "/mcp", {}, {auth});
-    expectRefusal(get, 405, -32000, QStringLiteral("Method not allowed."));
+    expectRefusal(get, 405, -32000, u"Method not allowed."_qs);
     EXPECT_EQ(get.header("allow"), u"POST, DELETE");
 
-    expectRefusal(post(rpc(1, QStringLiteral("ping")), {"MCP-Protocol-Version: 1999-01-01"}), 400, -32000,
-                  QStringLiteral("Unsupported MCP-Protocol-Version: 1999-01-01"));
+    expectRefusal(post(rpc(1, u"ping"_qs), {"MCP-Protocol-Version: 1999-01-01"}), 400, -32000,
+                  u"Unsupported MCP-Protocol-Version: 1999-01-01"_qs);
 
     // What passes: loopback origins, a query, a lower-case scheme word.
     const QByteArray lowerAuth = "authorization: bearer " + server.token().toUtf8() + " ";
     for (const QByteArray origin : {"Origin: http://localhost:5173", "Origin: https://127.0.0.1"}) {
-        const Reply r =
-            send("POST", "/mcp/?trace=1", rpc(7, QStringLiteral("ping")).serialized(), {origin, lowerAuth});
+        const Reply r = send("POST", "/mcp/?trace=1", rpc(7, u"ping"_qs).serialized(), {origin, lowerAuth});
         EXPECT_EQ(r.status, 200);
         EXPECT_EQ(r.json(), json(R"({"jsonrpc":"2.0","id":7,"result":{}})"));
     }
@@ -169,50 +163,31 @@ TEST_F(MCPServerTest, OnlyThePathOfTheTargetLeadsToMCP)
 {
     // Without the token a target that leads to MCP is refused by the token check, any other by the
     // path check before it; with the token the first kind is served. Targets are not percent-decoded.
-    struct Case {
-        QByteArray target;
-        bool mcp;
-    };
-    const QList<Case> cases{
-        {"/mcp", true},
-        {"/mcp/", true},
-        {"/mcp?x=1", true},
-        {"/mcp#f", true},
-        {"/mcp?next=http://x/other", true},
-        {"http://127.0.0.1:" + QByteArray::number(port) + "/mcp", true},
-        {"HTTP://127.0.0.1/mcp?q", true},
-        {"https://[::1]:1/mcp/", true},
-        {"/other", false},
-        {"/other?next=http://x/mcp", false},
-        {"/a://b/mcp", false},
-        {"/x#http://y/mcp", false},
-        {"a://b/mcp", false},
-        {"ftp://x/mcp", false},
-        {"http://x/other", false},
-        {"http://x?/mcp", false},
-        {"http://x", false},
-        {"mcp", false},
-        {"*", false},
-        {"//mcp", false},
-        {"/MCP", false},
-        {"/mcpx", false},
-        {"/%6Dcp", false},
-        {"/mcp%2F", false},
-    };
-    const QByteArray ping = rpc(1, QStringLiteral("ping")).serialized();
+    QList<QByteArray> toMCP =
+        QByteArray(
+            "/mcp /mcp/ /mcp?x=1 /mcp#f /mcp?next=http://x/other HTTP://127.0.0.1/mcp?q https://[::1]:1/mcp/")
+            .split(' ');
+    const QList<QByteArray> elsewhere =
+        QByteArray(
+            "/other /other?next=http://x/mcp /a://b/mcp /x#http://y/mcp a://b/mcp ftp://x/mcp http://x/other "
+            "http://x?/mcp http://x mcp * //mcp /MCP /mcpx /%6Dcp /mcp%2F")
+            .split(' ');
+    toMCP.append("http://127.0.0.1:" + QByteArray::number(port) + "/mcp");
+    const QByteArray ping = rpc(1, u"ping"_qs).serialized();
     Client client(port);
-    for (const Case &c : cases) {
-        client.send(request("POST", c.target, ping, {}));
-        EXPECT_EQ(client.read().status, c.mcp ? 401 : 404) << c.target.constData();
-        client.send(request("POST", c.target, ping, {auth}));
-        EXPECT_EQ(client.read().status, c.mcp ? 200 : 404) << c.target.constData();
+    for (const QByteArray &target : toMCP + elsewhere) {
+        const bool mcp = toMCP.contains(target);
+        client.send(request("POST", target, ping, {}));
+        EXPECT_EQ(client.read().status, mcp ? 401 : 404) << target.constData();
+        client.send(request("POST", target, ping, {auth}));
+        EXPECT_EQ(client.read().status, mcp ? 200 : 404) << target.constData();
     }
 }
 
 TEST_F(MCPServerTest, SessionsListAndCall)
 {
-    const Reply init = post(rpc(1, QStringLiteral("initialize"),
-                                json(R"({"protocolVersion":"2099-01-01","clientInfo":{"name":"c"}})")));
+    const Reply init =
+        post(rpc(1, u"initialize"_qs, json(R"({"protocolVersion":"2099-01-01","clientInfo":{"name":"c"}})")));
     ASSERT_EQ(init.status, 200);
     const QString session = init.header("mcp-session-id");
     EXPECT_EQ(session.size(), 32);
@@ -222,7 +197,7 @@ TEST_F(MCPServerTest, SessionsListAndCall)
     EXPECT_EQ(result[u"instructions"].stringValue(), u"Be kind.");
     EXPECT_EQ(result[u"capabilities"][u"tools"][u"listChanged"].boolValue(), false);
 
-    const Reply list = post(rpc(2, QStringLiteral("tools/list")), {sessionHeader(session)});
+    const Reply list = post(rpc(2, u"tools/list"_qs), {sessionHeader(session)});
     EXPECT_EQ(list.header("mcp-session-id"), session);
     const JSONValue listed = list.json()[u"result"][u"tools"];
     ASSERT_EQ(listed.arrayValue()->size(), 3);
@@ -233,20 +208,17 @@ TEST_F(MCPServerTest, SessionsListAndCall)
     EXPECT_EQ(listed[2][u"name"].stringValue(), u"image");
 
     // Re-registering keeps the place; unregistering removes.
-    MCPTool renamed{QStringLiteral("slow"), QStringLiteral("Slow"), QStringLiteral("d"), JSONValue(), {}, {}};
+    MCPTool renamed{u"slow"_qs, u"Slow"_qs, u"d"_qs, JSONValue(), {}, {}};
     server.registerTool(renamed);
-    server.unregisterTool(QStringLiteral("image"));
-    const JSONValue relisted = post(rpc(3, QStringLiteral("tools/list"))).json()[u"result"][u"tools"];
+    server.unregisterTool(u"image"_qs);
+    const JSONValue relisted = post(rpc(3, u"tools/list"_qs)).json()[u"result"][u"tools"];
     ASSERT_EQ(relisted.arrayValue()->size(), 2);
     EXPECT_EQ(relisted[1][u"title"].stringValue(), u"Slow");
 
     const JSONValue echoed =
-        post(call(4, QStringLiteral("echo"), JSONValue{{QStringLiteral("text"), "client"}}),
-             {sessionHeader(session)})
-            .json();
-    EXPECT_EQ(echoed[u"result"], MCPToolResult::text(QStringLiteral("c")).json());
-    const JSONValue failed =
-        post(call(5, QStringLiteral("echo"), JSONValue{{QStringLiteral("text"), "fail"}})).json();
+        post(call(4, u"echo"_qs, JSONValue{{u"text"_qs, "client"}}), {sessionHeader(session)}).json();
+    EXPECT_EQ(echoed[u"result"], MCPToolResult::text(u"c"_qs).json());
+    const JSONValue failed = post(call(5, u"echo"_qs, JSONValue{{u"text"_qs, "fail"}})).json();
     EXPECT_EQ(failed[u"result"][u"isError"].boolValue(), true);
 
     EXPECT_EQ(server.sessionCount(), 1);
@@ -254,18 +226,16 @@ TEST_F(MCPServerTest, SessionsListAndCall)
     EXPECT_EQ(ended.status, 200);
     EXPECT_TRUE(ended.body.isEmpty());
     expectRefusal(send("DELETE", "/mcp", {}, {auth, sessionHeader(session)}), 404, -32001,
-                  QStringLiteral("Session not found."));
-    expectRefusal(send("DELETE", "/mcp", {}, {auth}), 400, -32000,
-                  QStringLiteral("Missing Mcp-Session-Id header."));
-    expectRefusal(post(rpc(6, QStringLiteral("ping")), {sessionHeader(session)}), 404, -32001,
-                  QStringLiteral("Session not found."));
+                  u"Session not found."_qs);
+    expectRefusal(send("DELETE", "/mcp", {}, {auth}), 400, -32000, u"Missing Mcp-Session-Id header."_qs);
+    expectRefusal(post(rpc(6, u"ping"_qs), {sessionHeader(session)}), 404, -32001, u"Session not found."_qs);
 }
 
 TEST_F(MCPServerTest, MessagesBatchesAndErrors)
 {
-    expectRefusal(send("POST", "/mcp", "{nope", {auth}), 400, -32700, QStringLiteral("Parse error."));
-    expectRefusal(send("POST", "/mcp", "[]", {auth}), 400, -32600, QStringLiteral("Invalid request."));
-    expectRefusal(send("POST", "/mcp", "42", {auth}), 400, -32600, QStringLiteral("Invalid request."));
+    expectRefusal(send("POST", "/mcp", "{nope", {auth}), 400, -32700, u"Parse error."_qs);
+    expectRefusal(send("POST", "/mcp", "[]", {auth}), 400, -32600, u"Invalid request."_qs);
+    expectRefusal(send("POST", "/mcp", "42", {auth}), 400, -32600, u"Invalid request."_qs);
 
     const JSONValue notification = json(R"({"jsonrpc":"2.0","method":"notifications/x"})");
     const JSONValue cancelUnknown =
@@ -281,8 +251,8 @@ TEST_F(MCPServerTest, MessagesBatchesAndErrors)
     EXPECT_EQ(alone.json()[u"id"].stringValue(), u"x");
     EXPECT_EQ(alone.json()[u"error"][u"code"].intValue(), -32600);
 
-    const Reply batch = post(JSONValue::array({rpc(1, QStringLiteral("ping")), invalid, JSONValue(3),
-                                               rpc(2, QStringLiteral("nope")), notification}));
+    const Reply batch =
+        post(JSONValue::array({rpc(1, u"ping"_qs), invalid, JSONValue(3), rpc(2, u"nope"_qs), notification}));
     EXPECT_EQ(batch.status, 200);
     const JSONValue answers = batch.json();
     ASSERT_EQ(answers.arrayValue()->size(), 4);
@@ -292,23 +262,22 @@ TEST_F(MCPServerTest, MessagesBatchesAndErrors)
     EXPECT_EQ(answers[3][u"error"][u"message"].stringValue(), u"Method not found: nope");
 
     auto errorOf = [&](const JSONValue &message) { return post(message).json()[u"error"]; };
-    EXPECT_EQ(errorOf(rpc(1, QStringLiteral("ping"), JSONValue(3)))[u"message"].stringValue(),
+    EXPECT_EQ(errorOf(rpc(1, u"ping"_qs, JSONValue(3)))[u"message"].stringValue(),
               u"Invalid params: expected an object.");
-    EXPECT_EQ(errorOf(rpc(1, QStringLiteral("tools/call")))[u"message"].stringValue(),
+    EXPECT_EQ(errorOf(rpc(1, u"tools/call"_qs))[u"message"].stringValue(),
               u"Invalid params: tools/call needs a tool name.");
-    EXPECT_EQ(errorOf(call(1, QStringLiteral("echo"), JSONValue(3)))[u"message"].stringValue(),
+    EXPECT_EQ(errorOf(call(1, u"echo"_qs, JSONValue(3)))[u"message"].stringValue(),
               u"Invalid params: arguments must be an object.");
-    const JSONValue unknown = errorOf(call(1, QStringLiteral("nope")));
+    const JSONValue unknown = errorOf(call(1, u"nope"_qs));
     EXPECT_EQ(unknown[u"code"].intValue(), -32602);
     EXPECT_EQ(unknown[u"message"].stringValue(), u"Unknown tool: nope");
     // Null arguments are an empty object.
-    EXPECT_EQ(post(call(1, QStringLiteral("echo"), JSONValue())).json()[u"result"],
+    EXPECT_EQ(post(call(1, u"echo"_qs, JSONValue())).json()[u"result"],
               MCPToolResult::text(QString()).json());
 
     // A batch runs its calls concurrently: two slow calls take one wait, not two.
-    const JSONValue slowly = JSONValue{{QStringLiteral("seconds"), 0.3}};
-    const Reply both =
-        post(JSONValue::array({call(1, QStringLiteral("slow"), slowly), call(2, QStringLiteral("image"))}));
+    const JSONValue slowly = JSONValue{{u"seconds"_qs, 0.3}};
+    const Reply both = post(JSONValue::array({call(1, u"slow"_qs, slowly), call(2, u"image"_qs)}));
     const JSONValue image = both.json()[1][u"result"][u"content"][1];
     EXPECT_EQ(image[u"type"].stringValue(), u"image");
     EXPECT_EQ(image[u"mimeType"].stringValue(), u"image/png");
@@ -320,8 +289,8 @@ TEST_F(MCPServerTest, CancellationReachesTheTool)
 {
     const QString session = initialize();
     // Cancelled by a notification on another connection.
-    auto pending = std::async(
-        std::launch::async, [&] { return post(call(5, QStringLiteral("slow")), {sessionHeader(session)}); });
+    auto pending =
+        std::async(std::launch::async, [&] { return post(call(5, u"slow"_qs), {sessionHeader(session)}); });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 1; }, 10s));
     // Another session's id 5 is a different call.
     const QString other = initialize();
@@ -337,34 +306,34 @@ TEST_F(MCPServerTest, CancellationReachesTheTool)
     // Cancelled by the client going away; nothing is written and the server goes on.
     {
         Client client(port);
-        client.send(request("POST", "/mcp", call(6, QStringLiteral("slow")).serialized(), {auth}));
+        client.send(request("POST", "/mcp", call(6, u"slow"_qs).serialized(), {auth}));
         ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 2; }, 10s));
     }
     EXPECT_TRUE(TestSupport::waitUntil([&] { return tools.slowCancelled == 2; }, 10s));
 
     // Ending the session cancels its calls.
-    auto third = std::async(std::launch::async,
-                            [&] { return post(call(7, QStringLiteral("slow")), {sessionHeader(session)}); });
+    auto third =
+        std::async(std::launch::async, [&] { return post(call(7, u"slow"_qs), {sessionHeader(session)}); });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 3; }, 10s));
     EXPECT_EQ(send("DELETE", "/mcp", {}, {auth, sessionHeader(session)}).status, 200);
     EXPECT_EQ(third.get().status, 200);
     EXPECT_EQ(tools.slowCancelled, 3);
-    EXPECT_EQ(post(rpc(1, QStringLiteral("ping"))).status, 200);
+    EXPECT_EQ(post(rpc(1, u"ping"_qs)).status, 200);
 }
 
 TEST_F(MCPServerTest, TheLeastRecentlyUsedSessionIsEvicted)
 {
     // The first session is used last before the others are made, with a call left running.
     const QString oldest = initialize();
-    auto running = std::async(std::launch::async,
-                              [&] { return post(call(9, QStringLiteral("slow")), {sessionHeader(oldest)}); });
+    auto running =
+        std::async(std::launch::async, [&] { return post(call(9, u"slow"_qs), {sessionHeader(oldest)}); });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return tools.slowStarted == 1; }, 10s));
     QStringList ids;
     for (int i = 1; i < MCPServer::maxSessions; ++i)
         ids.append(initialize());
     EXPECT_EQ(server.sessionCount(), 256);
     // Using the second-oldest again keeps it from being the next to go.
-    EXPECT_EQ(post(rpc(2, QStringLiteral("ping")), {sessionHeader(ids[0])}).status, 200);
+    EXPECT_EQ(post(rpc(2, u"ping"_qs), {sessionHeader(ids[0])}).status, 200);
 
     const QString newest = initialize();
     EXPECT_EQ(server.sessionCount(), 256);
@@ -373,7 +342,7 @@ TEST_F(MCPServerTest, TheLeastRecentlyUsedSessionIsEvicted)
     EXPECT_FALSE(server.hasSession(oldest));
     EXPECT_EQ(running.get().json()[u"result"][u"isError"].boolValue(), true);
     EXPECT_EQ(tools.slowCancelled, 1);
-    EXPECT_EQ(post(rpc(3, QStringLiteral("ping")), {sessionHeader(oldest)}).status, 404);
+    EXPECT_EQ(post(rpc(3, u"ping"_qs), {sessionHeader(oldest)}).status, 404);
 
     // The next one goes in creation order: ids[1] was made before the ping of ids[0].
     initialize();
@@ -430,17 +399,15 @@ TEST_F(MCPServerTest, SurvivesGarbageAndHalfRequests)
         headOnly.shutdownWrite();
         EXPECT_TRUE(headOnly.closedWithin(3s));
     }
-    EXPECT_TRUE(
-        TestSupport::waitUntil([&] { return post(rpc(1, QStringLiteral("ping"))).status == 200; }, 5s));
+    EXPECT_TRUE(TestSupport::waitUntil([&] { return post(rpc(1, u"ping"_qs)).status == 200; }, 5s));
 }
 
 TEST_F(MCPServerTest, KeepAlivePipeliningAndClose)
 {
     Client client(port);
-    const QByteArray slow = request(
-        "POST", "/mcp",
-        call(1, QStringLiteral("slow"), JSONValue{{QStringLiteral("seconds"), 0.2}}).serialized(), {auth});
-    const QByteArray ping = request("POST", "/mcp", rpc(2, QStringLiteral("ping")).serialized(), {auth});
+    const QByteArray slow =
+        request("POST", "/mcp", call(1, u"slow"_qs, JSONValue{{u"seconds"_qs, 0.2}}).serialized(), {auth});
+    const QByteArray ping = request("POST", "/mcp", rpc(2, u"ping"_qs).serialized(), {auth});
     client.send(slow + ping);
     // In order, although the second is quicker.
     EXPECT_EQ(client.read().json()[u"id"].intValue(), 1);
@@ -449,7 +416,7 @@ TEST_F(MCPServerTest, KeepAlivePipeliningAndClose)
     EXPECT_EQ(second.header("connection"), u"keep-alive");
 
     // Expect: 100-continue gets the interim answer once, before the body is sent.
-    const QByteArray body = rpc(3, QStringLiteral("ping")).serialized();
+    const QByteArray body = rpc(3, u"ping"_qs).serialized();
     client.send("POST /mcp HTTP/1.1\r\nExpect: 100-continue\r\n" + auth +
                 "\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n\r\n");
     const Reply interim = client.read();
@@ -489,8 +456,7 @@ void expectPipelinedAnswers(quint16 port, const QByteArray &first, const QByteAr
     QByteArray requests = first;
     for (int i = 0; i < count; ++i) {
         const int status = expectedStatus(i);
-        requests += status == 200
-                        ? request("POST", "/mcp", rpc(i, QStringLiteral("ping")).serialized(), {auth})
+        requests += status == 200   ? request("POST", "/mcp", rpc(i, u"ping"_qs).serialized(), {auth})
                     : status == 401 ? QByteArray("A /mcp HTTP/1.1\n\n")
                                     : QByteArray("A / HTTP/1.1\n\n");
     }
@@ -515,15 +481,14 @@ void expectPipelinedAnswers(quint16 port, const QByteArray &first, const QByteAr
 
 TEST_F(MCPServerTest, ManyPipelinedRequestsAreAnsweredInOrder)
 {
-    const QByteArray slow = request(
-        "POST", "/mcp",
-        call(0, QStringLiteral("slow"), JSONValue{{QStringLiteral("seconds"), 0.3}}).serialized(), {auth});
+    const QByteArray slow =
+        request("POST", "/mcp", call(0, u"slow"_qs, JSONValue{{u"seconds"_qs, 0.3}}).serialized(), {auth});
     expectPipelinedAnswers(port, slow, auth, 100000);
 }
 
 TEST(LoopbackHTTPServer, ServesPipelinedRequestsOnASmallStack)
 {
-    MCPServer mcp(QStringLiteral("n"), QStringLiteral("v"), std::nullopt, QStringLiteral("t"));
+    MCPServer mcp(u"n"_qs, u"v"_qs, std::nullopt, u"t"_qs);
     std::thread later;
     LoopbackHTTPServer http(MCPServer::maxRequestBodyBytes,
                             [&](HTTPRequest request, std::stop_token stop, HTTPConnection::Completion done) {
@@ -531,7 +496,7 @@ TEST(LoopbackHTTPServer, ServesPipelinedRequestsOnASmallStack)
                                     return mcp.respond(std::move(request), std::move(stop), std::move(done));
                                 later = std::thread([done] {
                                     std::this_thread::sleep_for(200ms);
-                                    done(HTTPResponse::plainText(200, QStringLiteral("later")));
+                                    done(HTTPResponse::plainText(200, u"later"_qs));
                                 });
                             });
     http.setConnectionStackSize(512 * 1024);
@@ -545,7 +510,7 @@ TEST(LoopbackHTTPServer, ServesPipelinedRequestsOnASmallStack)
 TEST(LoopbackHTTPServer, RefusesAConnectionItCannotMakeAThreadFor)
 {
     LoopbackHTTPServer server(100, [](HTTPRequest, std::stop_token, HTTPConnection::Completion done) {
-        done(HTTPResponse::plainText(200, QStringLiteral("ok")));
+        done(HTTPResponse::plainText(200, u"ok"_qs));
     });
     const auto port = server.start(0);
     ASSERT_TRUE(std::holds_alternative<quint16>(port));
@@ -569,7 +534,7 @@ TEST(LoopbackHTTPServer, RefusesAConnectionItCannotMakeAThreadFor)
 TEST(LoopbackHTTPServer, StartAndStop)
 {
     auto handler = [](HTTPRequest, std::stop_token, HTTPConnection::Completion done) {
-        done(HTTPResponse::plainText(200, QStringLiteral("ok")));
+        done(HTTPResponse::plainText(200, u"ok"_qs));
     };
     LoopbackHTTPServer first(100, handler);
     const auto port = first.start(0);
@@ -591,7 +556,7 @@ TEST(LoopbackHTTPServer, StartAndStop)
     EXPECT_EQ(std::get<MCPServerError>(first.start(0)).description(), u"The MCP server was stopped.");
 
     // The MCP server may be started again after a stop, on a new port.
-    MCPServer mcp(QStringLiteral("n"), QStringLiteral("v"), std::nullopt, QStringLiteral("t"));
+    MCPServer mcp(u"n"_qs, u"v"_qs, std::nullopt, u"t"_qs);
     const auto url = mcp.start(0);
     ASSERT_TRUE(std::holds_alternative<QUrl>(url));
     EXPECT_EQ(std::get<QUrl>(mcp.start(0)), std::get<QUrl>(url));

@@ -45,7 +45,7 @@ void expectNear(QPointF a, QPointF b)
 TEST(PlotGeometryJSON, RequiredPanelAndTolerantRegion)
 {
     EXPECT_FALSE(PlotGeometry::fromJSON(JSONValue()));
-    EXPECT_FALSE(PlotGeometry::fromJSON(parsed(QStringLiteral("[1,2]"))));
+    EXPECT_FALSE(PlotGeometry::fromJSON(parsed(u"[1,2]"_qs)));
     EXPECT_FALSE(PlotGeometry::fromJSON(parsed(QStringLiteral(R"({"points":{}})"))));
     const auto decodes = [](const char *usr, const char *region, const char *xlim = "[0,1]") {
         return PlotGeometry::fromJSON(
@@ -76,7 +76,7 @@ TEST(PlotGeometryJSON, OptionalSectionsDegradeAlone)
                                              R"("y0":[0,0],"y1":[5,6],"labels":["a"]})"));
     EXPECT_TRUE(g.points.isEmpty());
     ASSERT_EQ(g.bars.size(), 2);
-    EXPECT_EQ(g.bars[0].label, QStringLiteral("a"));
+    EXPECT_EQ(g.bars[0].label, u"a"_qs);
     EXPECT_FALSE(g.bars[1].label.has_value());
     EXPECT_EQ(g.bars[1].index, 1);
 
@@ -167,7 +167,7 @@ TEST(PlotGeometryHit, BarsByContainmentThenByColumn)
     std::optional<PlotGeometry::Hit> h = g.hit(QPointF(40, 75), image, 12);
     ASSERT_TRUE(h);
     EXPECT_EQ(h->kind, PlotGeometry::Hit::Kind::Bar);
-    EXPECT_EQ(h->bar.label, QStringLiteral("a"));
+    EXPECT_EQ(h->bar.label, u"a"_qs);
     EXPECT_EQ(h->rect, QRectF(QPointF(36, 68), QPointF(52, 80)));
     // Far above the short bar, but in its column: still that bar.
     h = g.hit(QPointF(70, 25), image, 12);
@@ -194,7 +194,7 @@ TEST(PlotGeometryText, Tooltips)
     PlotGeometry::Hit h;
     h.point = g.points[0];
     PlotGeometry::Tooltip t = g.tooltip(h);
-    EXPECT_EQ(t.title, QStringLiteral("Series 1 · #12"));
+    EXPECT_EQ(t.title, u"Series 1 · #12"_qs);
     EXPECT_EQ(t.lines, (QList<PlotGeometry::Tooltip::Line>{{"x", "1.5"}, {"y", "3"}}));
 
     // On a category axis the exact value names its tick.
@@ -204,28 +204,28 @@ TEST(PlotGeometryText, Tooltips)
                        R"("points":{"x":[2,2.5],"y":[1,1]}})")));
     ASSERT_TRUE(cat);
     h.point = cat->points[0];
-    EXPECT_EQ(cat->tooltip(h).title, QStringLiteral("#1"));
-    EXPECT_EQ(cat->tooltip(h).lines[0].value, QStringLiteral("VC"));
+    EXPECT_EQ(cat->tooltip(h).title, u"#1"_qs);
+    EXPECT_EQ(cat->tooltip(h).lines[0].value, u"VC"_qs);
     h.point = cat->points[1];
-    EXPECT_EQ(cat->tooltip(h).lines[0].value, QStringLiteral("2.5"));
+    EXPECT_EQ(cat->tooltip(h).lines[0].value, u"2.5"_qs);
 
     h.kind = PlotGeometry::Hit::Kind::Bar;
     g = geometry(QStringLiteral(R"(,"bars":{"x0":[0.5,1],"x1":[0,1.5],"y0":[0,0],"y1":[0.2,0.8],)"
                                 R"("labels":["",null],"histogram":true})"));
     h.bar = g.bars[0];
     t = g.tooltip(h);
-    EXPECT_EQ(t.title, QStringLiteral("0 – 0.5"));
+    EXPECT_EQ(t.title, u"0 – 0.5"_qs);
     EXPECT_EQ(t.lines, (QList<PlotGeometry::Tooltip::Line>{{"Density", "0.2"}}));
 
     g = geometry(QStringLiteral(R"(,"bars":{"x0":[0,1],"x1":[1,2],"y0":[0,0],"y1":[3,4],"histogram":true})"));
     h.bar = g.bars[1];
-    EXPECT_EQ(g.tooltip(h).lines[0].label, QStringLiteral("Count"));
+    EXPECT_EQ(g.tooltip(h).lines[0].label, u"Count"_qs);
 
     // Stacked bars read their own share; a plain bar without label is numbered from 1.
     g = geometry(QStringLiteral(R"(,"bars":{"x0":[0],"x1":[1],"y0":[5],"y1":[12]})"));
     h.bar = g.bars[0];
     t = g.tooltip(h);
-    EXPECT_EQ(t.title, QStringLiteral("Bar 1"));
+    EXPECT_EQ(t.title, u"Bar 1"_qs);
     EXPECT_EQ(t.lines, (QList<PlotGeometry::Tooltip::Line>{{"Value", "7"}}));
 }
 
@@ -235,8 +235,8 @@ TEST(PlotGeometryText, Readouts)
     std::optional<PlotGeometry::Readout> r = g.readout(QPointF(100, 50), image);
     ASSERT_TRUE(r);
     // 10 units over 160 points: 1 decimal; 100 over 60 points: none.
-    EXPECT_EQ(r->x, QStringLiteral("5.0"));
-    EXPECT_EQ(r->y, QStringLiteral("50"));
+    EXPECT_EQ(r->x, u"5.0"_qs);
+    EXPECT_EQ(r->y, u"50"_qs);
     EXPECT_FALSE(g.readout(QPointF(5, 50), image));
 
     std::optional<PlotGeometry> cat = PlotGeometry::fromJSON(parsed(QStringLiteral(
@@ -245,7 +245,7 @@ TEST(PlotGeometryText, Readouts)
     ASSERT_TRUE(cat);
     r = cat->readout(QPointF(55, 50), QRectF(0, 0, 100, 100)); // x = 2.15
     ASSERT_TRUE(r);
-    EXPECT_EQ(r->x, QStringLiteral("b"));
+    EXPECT_EQ(r->x, u"b"_qs);
     EXPECT_FALSE(r->y); // no y axis described
 }
 
@@ -311,34 +311,34 @@ TEST(PlotGeometryZoom, Windows)
 
 TEST(PlotFormat, Coordinates)
 {
-    EXPECT_EQ(PlotFormat::coordinate(1234.5678, 0.01), QStringLiteral("1234.57"));
-    EXPECT_EQ(PlotFormat::coordinate(-0.001, 0.1), QStringLiteral("0.0"));
-    EXPECT_EQ(PlotFormat::coordinate(NAN, 1), QStringLiteral("–"));
-    EXPECT_EQ(PlotFormat::coordinate(12345678, 0), QStringLiteral("1.23e+07"));
-    EXPECT_EQ(PlotFormat::coordinate(12345678, 1000), QStringLiteral("1.2346e+07"));
-    EXPECT_EQ(PlotFormat::coordinate(0.00001234, 1e-12), QStringLiteral("1.23400e-05")); // held at 6
-    EXPECT_EQ(PlotFormat::coordinate(5, 1e-12), QStringLiteral("5.00000000"));           // held at 8
-    EXPECT_EQ(PlotFormat::coordinate(5, 100), QStringLiteral("5"));
-    EXPECT_EQ(PlotFormat::coordinate(1234567, -1), QStringLiteral("1235000"));
-    EXPECT_EQ(PlotFormat::coordinate(0.012345, NAN), QStringLiteral("0.01235"));
-    EXPECT_EQ(PlotFormat::scientific(1234, 0), QStringLiteral("1e+03"));
+    EXPECT_EQ(PlotFormat::coordinate(1234.5678, 0.01), u"1234.57"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(-0.001, 0.1), u"0.0"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(NAN, 1), u"–"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(12345678, 0), u"1.23e+07"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(12345678, 1000), u"1.2346e+07"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(0.00001234, 1e-12), u"1.23400e-05"_qs); // held at 6
+    EXPECT_EQ(PlotFormat::coordinate(5, 1e-12), u"5.00000000"_qs);           // held at 8
+    EXPECT_EQ(PlotFormat::coordinate(5, 100), u"5"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(1234567, -1), u"1235000"_qs);
+    EXPECT_EQ(PlotFormat::coordinate(0.012345, NAN), u"0.01235"_qs);
+    EXPECT_EQ(PlotFormat::scientific(1234, 0), u"1e+03"_qs);
 }
 
 TEST(PlotFormat, ValuesAndLabels)
 {
-    EXPECT_EQ(PlotFormat::value(NAN), QStringLiteral("NA"));
-    EXPECT_EQ(PlotFormat::value(-INFINITY), QStringLiteral("-Inf"));
-    EXPECT_EQ(PlotFormat::value(-0.0), QStringLiteral("0"));
-    EXPECT_EQ(PlotFormat::value(-42), QStringLiteral("-42"));
-    EXPECT_EQ(PlotFormat::value(1e15), QStringLiteral("1e+15"));
-    EXPECT_EQ(PlotFormat::value(3.14159265), QStringLiteral("3.14159"));
+    EXPECT_EQ(PlotFormat::value(NAN), u"NA"_qs);
+    EXPECT_EQ(PlotFormat::value(-INFINITY), u"-Inf"_qs);
+    EXPECT_EQ(PlotFormat::value(-0.0), u"0"_qs);
+    EXPECT_EQ(PlotFormat::value(-42), u"-42"_qs);
+    EXPECT_EQ(PlotFormat::value(1e15), u"1e+15"_qs);
+    EXPECT_EQ(PlotFormat::value(3.14159265), u"3.14159"_qs);
 
     const QList<double> ticks{3, 1, 2};
     const QStringList labels{"c", "a", "b"};
-    EXPECT_EQ(PlotFormat::nearestLabel(1.4, ticks, labels), QStringLiteral("a"));
-    EXPECT_EQ(PlotFormat::nearestLabel(1.5, ticks, labels), QStringLiteral("a")); // a tie: the first nearest
+    EXPECT_EQ(PlotFormat::nearestLabel(1.4, ticks, labels), u"a"_qs);
+    EXPECT_EQ(PlotFormat::nearestLabel(1.5, ticks, labels), u"a"_qs); // a tie: the first nearest
     EXPECT_FALSE(PlotFormat::nearestLabel(3.6, ticks, labels));
-    EXPECT_EQ(PlotFormat::nearestLabel(100, {7}, {"only"}), QStringLiteral("only"));
+    EXPECT_EQ(PlotFormat::nearestLabel(100, {7}, {"only"}), u"only"_qs);
     EXPECT_FALSE(PlotFormat::nearestLabel(1, {}, {}));
     EXPECT_FALSE(PlotFormat::nearestLabel(1, {1, 2}, {"a"}));
 }

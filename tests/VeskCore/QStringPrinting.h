@@ -11,7 +11,7 @@ inline void PrintTo(const QString &text, std::ostream *os)
     QString shown;
     for (QChar c : text) {
         if (c.unicode() < 0x20 || c.unicode() == 0x7F)
-            shown += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+            shown += u"\\x%1"_qs.arg(c.unicode(), 2, 16, QLatin1Char('0'));
         else
             shown += c;
     }

@@ -14,10 +14,10 @@ TEST(REnvObject, SizeAndDimensionTexts)
         std::optional<QString> dim;
     };
     const Case cases[] = {
-        {R"({"name":"a","size":1500000,"dim":[32,11]})", QStringLiteral("1.5 MB"), QStringLiteral("32 × 11")},
-        {R"({"name":"b","size":999,"dim":[2,3,4]})", QStringLiteral("999 bytes"), std::nullopt},
-        {R"({"name":"c","size":2000})", QStringLiteral("2.0 kB"), std::nullopt},
-        {R"({"name":"d","size":0,"dim":[1234567,2]})", std::nullopt, QStringLiteral("1,234,567 × 2")},
+        {R"({"name":"a","size":1500000,"dim":[32,11]})", u"1.5 MB"_qs, u"32 × 11"_qs},
+        {R"({"name":"b","size":999,"dim":[2,3,4]})", u"999 bytes"_qs, std::nullopt},
+        {R"({"name":"c","size":2000})", u"2.0 kB"_qs, std::nullopt},
+        {R"({"name":"d","size":0,"dim":[1234567,2]})", std::nullopt, u"1,234,567 × 2"_qs},
         {R"({"name":"e","size":"big"})", std::nullopt, std::nullopt},
     };
     for (const Case &k : cases) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-const QString token = QStringLiteral("0123456789abcdef0123456789abcdef");
+const QString token = u"0123456789abcdef0123456789abcdef"_qs;
 
 QByteArray frame(const QByteArray &payload, const QString &withToken = token)
 {
@@ -83,27 +83,27 @@ TEST(RStreamParser, TellsTextFramesPromptsAndEchoesApart)
 {
     const QList<RStreamEvent> events = parseSplit(sampleStream());
     QList<RStreamEvent> expected = {
-        RStreamEvent::makeText(QStringLiteral("R version 4.x\n> source(\"kernel.R\")\n")),
+        RStreamEvent::makeText(u"R version 4.x\n> source(\"kernel.R\")\n"_qs),
         RStreamEvent::makeEvent(
             *JSONValue::parse(QByteArrayView(R"({"type":"ready","version":"4.2.2","pid":42})"))),
         RStreamEvent::makePrompt(RPrompt::ready()),
-        RStreamEvent::makeText(QStringLiteral("Grüße 你好 🎉\nBecause it is\n")),
+        RStreamEvent::makeText(u"Grüße 你好 🎉\nBecause it is\n"_qs),
         RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"message","text":"héllo é"})"))),
-        RStreamEvent::makeText(QStringLiteral("\x1enotthetoken{\"type\":\"x\"}\x1f after\n")),
-        RStreamEvent::makeMalformed(QStringLiteral("not json")),
+        RStreamEvent::makeText(u"\x1enotthetoken{\"type\":\"x\"}\x1f after\n"_qs),
+        RStreamEvent::makeMalformed(u"not json"_qs),
         RStreamEvent::makeEvent(*JSONValue::parse(QByteArrayView(R"({"type":"done","ok":true})"))),
         RStreamEvent::makePrompt(RPrompt::ready()),
-        RStreamEvent::makeEcho(QStringLiteral("f()")),
-        RStreamEvent::makeText(QStringLiteral("Called from: f()\n")),
+        RStreamEvent::makeEcho(u"f()"_qs),
+        RStreamEvent::makeText(u"Called from: f()\n"_qs),
         RStreamEvent::makePrompt(RPrompt::browser(2)),
-        RStreamEvent::makeEcho(QStringLiteral("n")),
-        RStreamEvent::makeText(QStringLiteral("debug at /tmp/a.R#3: x <- 1\n")),
+        RStreamEvent::makeEcho(u"n"_qs),
+        RStreamEvent::makeText(u"debug at /tmp/a.R#3: x <- 1\n"_qs),
         RStreamEvent::makePrompt(RPrompt::browser(12)),
-        RStreamEvent::makeEcho(QStringLiteral("c")),
-        RStreamEvent::makeText(QStringLiteral("[1] 1\n")),
+        RStreamEvent::makeEcho(u"c"_qs),
+        RStreamEvent::makeText(u"[1] 1\n"_qs),
         RStreamEvent::makePrompt(RPrompt::continuation()),
-        RStreamEvent::makeEcho(QStringLiteral("+ 1")),
-        RStreamEvent::makeText(QStringLiteral("xBrowse[1]> is text\n")),
+        RStreamEvent::makeEcho(u"+ 1"_qs),
+        RStreamEvent::makeText(u"xBrowse[1]> is text\n"_qs),
         RStreamEvent::makePrompt(RPrompt::ready()),
     };
     ASSERT_EQ(events.size(), expected.size());
@@ -136,7 +136,7 @@ TEST(RStreamParser, SameEventsForEverySplit)
 TEST(RStreamParser, LineStartRulesForTheBrowserPrompt)
 {
     // "Browse[]> " has no level: text.
-    EXPECT_EQ(parseSplit("Browse[]> \n"), texts(QStringLiteral("Browse[]> \n")));
+    EXPECT_EQ(parseSplit("Browse[]> \n"), texts(u"Browse[]> \n"_qs));
     // A level too large for an int still is a browser prompt, at level 1.
     const QList<RStreamEvent> huge = parseSplit("Browse[99999999999999]> q\n");
     ASSERT_FALSE(huge.isEmpty());
@@ -152,11 +152,11 @@ TEST(RStreamParser, BadBytesNeverBlockTheStream)
     // Invalid UTF-8 comes through as the replacement character.
     EXPECT_EQ(parseSplit("a\xff"
                          "b\xc3\n"),
-              texts(QStringLiteral("a\uFFFDb\uFFFD\n")));
+              texts(u"a\uFFFDb\uFFFD\n"_qs));
     // A frame that never ends is given out raw by flush.
     RStreamParser cut(token);
     EXPECT_TRUE(cut.feed(QByteArrayView("\x1e" + token.toUtf8() + "{\"a\":1")).isEmpty());
-    EXPECT_EQ(cut.flush(), texts(QStringLiteral("\x1e") + token + QStringLiteral("{\"a\":1")));
+    EXPECT_EQ(cut.flush(), texts(u"\x1e"_qs + token + u"{\"a\":1"_qs));
 }
 
 TEST(RStreamParser, EndlessLineAndEndlessFrameStayLinear)
@@ -191,6 +191,6 @@ TEST(RStreamParser, TokensAreFreshLowerCaseHex)
 
 TEST(RStreamParserDeathTest, RefusesAWeakToken)
 {
-    EXPECT_DEATH(RStreamParser(QStringLiteral("short")), "token");
-    EXPECT_DEATH(RStreamParser(QStringLiteral("0123456789abcdef-")), "token");
+    EXPECT_DEATH(RStreamParser(u"short"_qs), "token");
+    EXPECT_DEATH(RStreamParser(u"0123456789abcdef-"_qs), "token");
 }

@@ -9,11 +9,11 @@ TEST(SessionState, RoundTripsAndReadsDamagedFilesLeniently)
 {
     SessionState state;
     SessionState::Tab tab;
-    tab.path = QStringLiteral("/p/a.R");
-    tab.autosave = QStringLiteral("1b4e28ba-2fa1-11d2-883f-0016d3cca427.txt");
+    tab.path = u"/p/a.R"_qs;
+    tab.autosave = u"1b4e28ba-2fa1-11d2-883f-0016d3cca427.txt"_qs;
     tab.breakpoints = QList<int>{3, 7};
     tab.stamp = FileStamp{QDateTime::fromMSecsSinceEpoch(1700000000123, QTimeZone::utc()), 42};
-    state.tabs = {tab, SessionState::Tab{std::nullopt, std::nullopt, 2, QStringLiteral("notes.Rmd"), {}, {}}};
+    state.tabs = {tab, SessionState::Tab{std::nullopt, std::nullopt, 2, u"notes.Rmd"_qs, {}, {}}};
     state.selectedIndex = 1;
     EXPECT_EQ(SessionState::fromJSON(state.toJSON()), state);
 

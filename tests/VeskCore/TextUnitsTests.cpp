@@ -15,11 +15,11 @@ TEST(TextUnits, FitsUTF8CountsEncodedBytesAtTheLimit)
     const Case cases[] = {
         {QString(4000, u'a'), 4000, true},
         {QString(4001, u'a'), 4000, false},
-        {QString(1334, u'é'), 4000, true},                       // 2,668 bytes, though 3 × 1,334 is over
-        {QString(1333, u'€'), 4000, true},                       // 3,999 bytes
-        {QString(1334, u'€'), 4000, false},                      // 4,002 bytes
-        {QString(1000, u'€') + QStringLiteral("🎉"), 3004, true}, // a surrogate pair is 4 bytes
-        {QString(1000, u'€') + QStringLiteral("🎉"), 3003, false},
+        {QString(1334, u'é'), 4000, true},           // 2,668 bytes, though 3 × 1,334 is over
+        {QString(1333, u'€'), 4000, true},           // 3,999 bytes
+        {QString(1334, u'€'), 4000, false},          // 4,002 bytes
+        {QString(1000, u'€') + u"🎉"_qs, 3004, true}, // a surrogate pair is 4 bytes
+        {QString(1000, u'€') + u"🎉"_qs, 3003, false},
         {QString(), 0, true},
     };
     for (const Case &k : cases) {
