@@ -52,7 +52,7 @@ void expectSame(const ProgramRun &vesk, const ProgramRun &rscript)
 TEST(Batch, PrintsWhatRscriptPrints)
 {
     BatchFixture f;
-    const QString sourced = f.write(QStringLiteral("sourced.R"), "y <- 2\nprint(y)\nwarning(\"inside\")\n");
+    const QString sourced = f.write(u"sourced.R"_qs, "y <- 2\nprint(y)\nwarning(\"inside\")\n");
     struct Script {
         const char *name;
         QByteArray code;
@@ -90,8 +90,8 @@ TEST(Batch, PrintsWhatRscriptPrints)
     };
     for (const Script &script : scripts) {
         SCOPED_TRACE(script.name);
-        const QString path = f.write(QStringLiteral("script.R"), script.code);
-        expectSame(f.vesk({QStringLiteral("--batch"), path}, Input::Empty), f.rscript({path}, Input::Empty));
+        const QString path = f.write(u"script.R"_qs, script.code);
+        expectSame(f.vesk({u"--batch"_qs, path}, Input::Empty), f.rscript({path}, Input::Empty));
     }
 }
 
@@ -120,10 +120,10 @@ TEST(Batch, ReadsStandardInputAsRscriptDoes)
         {"answers", Input::Bytes, "Ada\n2 3\nmore\n"},
     };
     for (const Script &script : scripts) {
-        const QString path = f.write(QStringLiteral("input.R"), script.code);
+        const QString path = f.write(u"input.R"_qs, script.code);
         for (const auto &input : inputs) {
             SCOPED_TRACE(std::string(script.name) + ", standard input " + input.name);
-            expectSame(f.vesk({QStringLiteral("--batch"), path}, input.input, input.bytes),
+            expectSame(f.vesk({u"--batch"_qs, path}, input.input, input.bytes),
                        f.rscript({path}, input.input, input.bytes));
         }
     }
@@ -133,23 +133,16 @@ TEST(Batch, ReadsStandardInputAsRscriptDoes)
 TEST(Batch, ExpressionsArgumentsAndEcho)
 {
     BatchFixture f;
-    const QString args = f.write(QStringLiteral("args.R"), "print(commandArgs(trailingOnly = TRUE))\n");
-    expectSame(
-        f.vesk({QStringLiteral("--batch"), args, QStringLiteral("a b"), QStringLiteral("--c")}, Input::Empty),
-        f.rscript({args, QStringLiteral("a b"), QStringLiteral("--c")}, Input::Empty));
-    expectSame(
-        f.vesk({QStringLiteral("-e"), QStringLiteral("x <- 2"), QStringLiteral("-e"), QStringLiteral("x^2")},
-               Input::Empty),
-        f.rscript(
-            {QStringLiteral("-e"), QStringLiteral("x <- 2"), QStringLiteral("-e"), QStringLiteral("x^2")},
-            Input::Empty));
-    const QString missing = f.dir.filePath(QStringLiteral("missing.R"));
-    expectSame(f.vesk({QStringLiteral("--batch"), missing}, Input::Empty),
-               f.rscript({missing}, Input::Empty));
+    const QString args = f.write(u"args.R"_qs, "print(commandArgs(trailingOnly = TRUE))\n");
+    expectSame(f.vesk({u"--batch"_qs, args, u"a b"_qs, u"--c"_qs}, Input::Empty),
+               f.rscript({args, u"a b"_qs, u"--c"_qs}, Input::Empty));
+    expectSame(f.vesk({u"-e"_qs, u"x <- 2"_qs, u"-e"_qs, u"x^2"_qs}, Input::Empty),
+               f.rscript({u"-e"_qs, u"x <- 2"_qs, u"-e"_qs, u"x^2"_qs}, Input::Empty));
+    const QString missing = f.dir.filePath(u"missing.R"_qs);
+    expectSame(f.vesk({u"--batch"_qs, missing}, Input::Empty), f.rscript({missing}, Input::Empty));
 
-    const QString echoed = f.write(QStringLiteral("echoed.R"), "x <- 1:3\nif (TRUE) {\n  x * 2\n}\n");
-    const ProgramRun run =
-        f.vesk({QStringLiteral("--batch"), QStringLiteral("--echo"), echoed}, Input::Empty);
+    const QString echoed = f.write(u"echoed.R"_qs, "x <- 1:3\nif (TRUE) {\n  x * 2\n}\n");
+    const ProgramRun run = f.vesk({u"--batch"_qs, u"--echo"_qs, echoed}, Input::Empty);
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out.toStdString(), "> x <- 1:3\n> if (TRUE) {\n+   x * 2\n+ }\n[1] 2 4 6\n> \n");
 }
@@ -163,23 +156,17 @@ TEST(Batch, CommandLineIsRead)
         QStringList rArguments;
     } cases[] = {
         {{}, Kind::Window, {}},
-        {{QStringLiteral("project")}, Kind::Window, {}},
-        {{QStringLiteral("--help")}, Kind::Help, {}},
-        {{QStringLiteral("--version")}, Kind::Version, {}},
-        {{QStringLiteral("--batch")}, Kind::Invalid, {}},
-        {{QStringLiteral("--batch"), QStringLiteral("-e")}, Kind::Invalid, {}},
-        {{QStringLiteral("--batch"), QStringLiteral("--loud"), QStringLiteral("a.R")}, Kind::Invalid, {}},
-        {{QStringLiteral("--batch"), QStringLiteral("a.R"), QStringLiteral("-e"), QStringLiteral("x")},
+        {{"project"}, Kind::Window, {}},
+        {{"--help"}, Kind::Help, {}},
+        {{"--version"}, Kind::Version, {}},
+        {{"--batch"}, Kind::Invalid, {}},
+        {{"--batch", "-e"}, Kind::Invalid, {}},
+        {{"--batch", "--loud", "a.R"}, Kind::Invalid, {}},
+        {{"--batch", "a.R", "-e", "x"},
          Kind::Run,
-         {QStringLiteral("--no-echo"), QStringLiteral("--no-restore"), QStringLiteral("--file=a.R"),
-          QStringLiteral("--args"), QStringLiteral("-e"), QStringLiteral("x")}},
-        {{QStringLiteral("--batch"), QStringLiteral("--echo"), QStringLiteral("a.R")},
-         Kind::Run,
-         {QStringLiteral("--quiet"), QStringLiteral("--no-restore"), QStringLiteral("--file=a.R")}},
-        {{QStringLiteral("-e"), QStringLiteral("1"), QStringLiteral("-e"), QStringLiteral("2")},
-         Kind::Run,
-         {QStringLiteral("--no-echo"), QStringLiteral("--no-restore"), QStringLiteral("-e"),
-          QStringLiteral("1"), QStringLiteral("-e"), QStringLiteral("2")}},
+         {"--no-echo", "--no-restore", "--file=a.R", "--args", "-e", "x"}},
+        {{"--batch", "--echo", "a.R"}, Kind::Run, {"--quiet", "--no-restore", "--file=a.R"}},
+        {{"-e", "1", "-e", "2"}, Kind::Run, {"--no-echo", "--no-restore", "-e", "1", "-e", "2"}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.arguments.join(u' ').toStdString());
@@ -200,16 +187,15 @@ TEST(Batch, ExecutableNeedsNoDisplay)
     qunsetenv("WAYLAND_DISPLAY");
     const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
     qunsetenv("QT_QPA_PLATFORM");
-    const ProgramRun help = TestSupport::runProgram(vesk, {QStringLiteral("--help")}, Input::Empty, {}, 30s);
+    const ProgramRun help = TestSupport::runProgram(vesk, {u"--help"_qs}, Input::Empty, {}, 30s);
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(help.out.startsWith("Usage: vesk")) << help.out.toStdString();
-    const ProgramRun version =
-        TestSupport::runProgram(vesk, {QStringLiteral("--version")}, Input::Empty, {}, 30s);
+    const ProgramRun version = TestSupport::runProgram(vesk, {u"--version"_qs}, Input::Empty, {}, 30s);
     EXPECT_EQ(version.out, "Vesk " VESK_VERSION_TEXT "\n");
-    const QString script = f.write(QStringLiteral("s.R"), "cat(\"hi\\n\")\nwarning(\"w\")\nq(status = 4)\n");
-    expectSame(TestSupport::runProgram(vesk, {QStringLiteral("--batch"), script}, Input::Empty, {}, 30s),
+    const QString script = f.write(u"s.R"_qs, "cat(\"hi\\n\")\nwarning(\"w\")\nq(status = 4)\n");
+    expectSame(TestSupport::runProgram(vesk, {u"--batch"_qs, script}, Input::Empty, {}, 30s),
                f.rscript({script}, Input::Empty));
-    const ProgramRun bad = TestSupport::runProgram(vesk, {QStringLiteral("--batch")}, Input::Empty, {}, 30s);
+    const ProgramRun bad = TestSupport::runProgram(vesk, {u"--batch"_qs}, Input::Empty, {}, 30s);
     EXPECT_EQ(bad.status, 2);
     EXPECT_TRUE(bad.err.contains("Usage: vesk"));
     qputenv("QT_QPA_PLATFORM", platform);

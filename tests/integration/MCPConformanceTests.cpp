@@ -14,16 +14,16 @@
 
 TEST(MCPConformance, OfficialClientSDKWalk)
 {
-    const QString node = QStandardPaths::findExecutable(QStringLiteral("node"));
+    const QString node = QStandardPaths::findExecutable(u"node"_qs);
     // Both are installed wherever the tests run (scripts/setup.sh), so a missing one is a failure.
     ASSERT_FALSE(node.isEmpty()) << "node is not installed; scripts/setup.sh installs it";
-    ASSERT_TRUE(QFileInfo::exists(
-        TestSupport::sourcePath(QStringLiteral("tests/mcp/node_modules/@modelcontextprotocol/sdk"))))
+    ASSERT_TRUE(
+        QFileInfo::exists(TestSupport::sourcePath(u"tests/mcp/node_modules/@modelcontextprotocol/sdk"_qs)))
         << "tests/mcp/node_modules is missing; run: npm ci --prefix tests/mcp";
 
     MCPDemoTools tools;
-    MCPServer server(QStringLiteral("vesk-conformance-server"), QStringLiteral("0.1.0"),
-                     QStringLiteral("Demo tools only."), MCPServer::makeToken());
+    MCPServer server(u"vesk-conformance-server"_qs, u"0.1.0"_qs, u"Demo tools only."_qs,
+                     MCPServer::makeToken());
     tools.registerIn(server);
     const auto started = server.start(0);
     ASSERT_TRUE(std::holds_alternative<QUrl>(started))
@@ -31,8 +31,8 @@ TEST(MCPConformance, OfficialClientSDKWalk)
 
     QProcess client;
     client.setProcessChannelMode(QProcess::MergedChannels);
-    client.setWorkingDirectory(TestSupport::sourcePath(QStringLiteral("tests/mcp")));
-    client.start(node, {TestSupport::sourcePath(QStringLiteral("tests/mcp/conformance-client.mjs")),
+    client.setWorkingDirectory(TestSupport::sourcePath(u"tests/mcp"_qs));
+    client.start(node, {TestSupport::sourcePath(u"tests/mcp/conformance-client.mjs"_qs),
                         std::get<QUrl>(started).toString(), server.token()});
     ASSERT_TRUE(client.waitForStarted(10000));
     // The server answers on its own threads, so this thread may simply wait.

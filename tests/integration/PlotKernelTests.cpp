@@ -43,9 +43,9 @@ TEST(PlotKernel, PagesEventsAndGeometryOfBaseGraphics)
 {
     PlotSession k;
     ASSERT_TRUE(k.start());
-    ASSERT_TRUE(k.request(QStringLiteral("setPlotSize"), {400.0, 300.0, 2.0}).ok());
+    ASSERT_TRUE(k.request(u"setPlotSize"_qs, {400.0, 300.0, 2.0}).ok());
 
-    QList<SessionEvent> events = k.plotsOf(QStringLiteral("plot(mtcars$wt, mtcars$mpg)"));
+    QList<SessionEvent> events = k.plotsOf(u"plot(mtcars$wt, mtcars$mpg)"_qs);
     ASSERT_EQ(events.size(), 1);
     EXPECT_EQ(events[0].page, 1);
     EXPECT_TRUE(events[0].isNew);
@@ -64,15 +64,15 @@ TEST(PlotKernel, PagesEventsAndGeometryOfBaseGraphics)
     ASSERT_TRUE(at);
     std::optional<PlotGeometry::Hit> hit = g->hit(*at + QPointF(2, 2), image, 12);
     ASSERT_TRUE(hit);
-    EXPECT_EQ(g->tooltip(*hit).lines[0].value, QStringLiteral("2.62"));
+    EXPECT_EQ(g->tooltip(*hit).lines[0].value, u"2.62"_qs);
 
     // Adding to the page in a later run redraws it; it isn't new.
-    events = k.plotsOf(QStringLiteral("abline(h = 20)"));
+    events = k.plotsOf(u"abline(h = 20)"_qs);
     ASSERT_EQ(events.size(), 1);
     EXPECT_EQ(events[0].page, 1);
     EXPECT_FALSE(events[0].isNew);
     // A run that draws nothing sends nothing.
-    EXPECT_TRUE(k.plotsOf(QStringLiteral("x <- 1")).isEmpty());
+    EXPECT_TRUE(k.plotsOf(u"x <- 1"_qs).isEmpty());
 
     events = k.plotsOf(QStringLiteral("hist(c(1, 2, 2, 3, 3, 3))\nbarplot(table(mtcars$cyl))\n"
                                       "par(mfrow = c(1, 2)); plot(1:3); plot(3:1); par(mfrow = c(1, 1))"));
@@ -88,7 +88,7 @@ TEST(PlotKernel, PagesEventsAndGeometryOfBaseGraphics)
     g = geometryOf(events[1]);
     ASSERT_TRUE(g);
     ASSERT_EQ(g->bars.size(), 3);
-    EXPECT_EQ(g->bars[1].label, QStringLiteral("6"));
+    EXPECT_EQ(g->bars[1].label, u"6"_qs);
     EXPECT_EQ(g->bars[1].y1, 7);
     EXPECT_EQ(g->xAxis.kind, PlotGeometry::Axis::Kind::Category);
     // Two panels on one page: one page, a plain picture.
@@ -96,27 +96,25 @@ TEST(PlotKernel, PagesEventsAndGeometryOfBaseGraphics)
     EXPECT_FALSE(geometryOf(events[2]));
 
     // A device the user opens is theirs: nothing is captured from it.
-    const QString file = QDir::temp().filePath(QStringLiteral("vesk-own-plot.png"));
+    const QString file = QDir::temp().filePath(u"vesk-own-plot.png"_qs);
     EXPECT_TRUE(
-        k.plotsOf(QStringLiteral("png(%1); plot(1); invisible(dev.off())").arg(RArgument(file).literal()))
-            .isEmpty());
+        k.plotsOf(u"png(%1); plot(1); invisible(dev.off())"_qs.arg(RArgument(file).literal())).isEmpty());
     QFile::remove(file);
 
     // Nothing of the device shows among the user's objects.
-    EXPECT_EQ(k.run(QStringLiteral("cat(ls(all.names = TRUE))")).output.trimmed(), QStringLiteral("x"));
+    EXPECT_EQ(k.run(u"cat(ls(all.names = TRUE))"_qs).output.trimmed(), u"x"_qs);
 }
 
 TEST(PlotKernel, RenderZoomRemoveAndClear)
 {
     PlotSession k;
     ASSERT_TRUE(k.start());
-    QList<SessionEvent> events = k.plotsOf(QStringLiteral("plot(1:10, (1:10)^2, log = \"y\")"));
+    QList<SessionEvent> events = k.plotsOf(u"plot(1:10, (1:10)^2, log = \"y\")"_qs);
     ASSERT_EQ(events.size(), 1);
     const int page = events[0].page;
 
-    RRequestResult r = k.request(
-        QStringLiteral("renderPlot"), {page, 300.0, 200.0, 1.0},
-        {{QStringLiteral("xlim"), QList<double>{2, 5}}, {QStringLiteral("ylim"), QList<double>{10, 50}}});
+    RRequestResult r = k.request(u"renderPlot"_qs, {page, 300.0, 200.0, 1.0},
+                                 {{u"xlim"_qs, QList<double>{2, 5}}, {u"ylim"_qs, QList<double>{10, 50}}});
     ASSERT_TRUE(r.ok());
     const QString file = r.value()[u"file"].stringValue().value_or(QString());
     EXPECT_EQ(QImage(file).size(), QSize(300, 200));
@@ -127,29 +125,29 @@ TEST(PlotKernel, RenderZoomRemoveAndClear)
     EXPECT_NEAR(g->usrY.from, std::log10(10.0) - 0.04 * std::log10(5.0), 1e-6);
 
     // Back to full extent with null limits; a zoom computed from it keeps to powers of ten.
-    r = k.request(QStringLiteral("renderPlot"), {page, 300.0, 200.0, 1.0},
-                  {{QStringLiteral("xlim"), RArgument()}, {QStringLiteral("ylim"), RArgument()}});
+    r = k.request(u"renderPlot"_qs, {page, 300.0, 200.0, 1.0},
+                  {{u"xlim"_qs, RArgument()}, {u"ylim"_qs, RArgument()}});
     ASSERT_TRUE(r.ok());
     g = PlotGeometry::fromJSON(r.value()[u"info"]);
     ASSERT_TRUE(g);
     EXPECT_EQ(g->window.y, (PlotSpan{1, 100}));
 
-    EXPECT_FALSE(k.request(QStringLiteral("renderPlot"), {999, 300.0, 200.0, 1.0}).ok());
+    EXPECT_FALSE(k.request(u"renderPlot"_qs, {999, 300.0, 200.0, 1.0}).ok());
     // Sizes that make no sense fall back rather than fail.
-    ASSERT_TRUE(k.request(QStringLiteral("setPlotSize"), {-1.0, std::nan(""), 0.0}).ok());
-    EXPECT_EQ(k.plotsOf(QStringLiteral("plot(1)")).size(), 1);
+    ASSERT_TRUE(k.request(u"setPlotSize"_qs, {-1.0, std::nan(""), 0.0}).ok());
+    EXPECT_EQ(k.plotsOf(u"plot(1)"_qs).size(), 1);
 
-    ASSERT_TRUE(k.request(QStringLiteral("removePlot"), {page}).ok());
+    ASSERT_TRUE(k.request(u"removePlot"_qs, {page}).ok());
     EXPECT_FALSE(QFileInfo::exists(file));
-    EXPECT_FALSE(k.request(QStringLiteral("renderPlot"), {page, 300.0, 200.0, 1.0}).ok());
+    EXPECT_FALSE(k.request(u"renderPlot"_qs, {page, 300.0, 200.0, 1.0}).ok());
 }
 
 TEST(PlotKernel, GGPlotPointsAndBars)
 {
     PlotSession k;
     ASSERT_TRUE(k.start());
-    if (!k.run(QStringLiteral("cat(requireNamespace(\"ggplot2\", quietly = TRUE))")).output.contains(u"TRUE"))
-        GTEST_SKIP() << "ggplot2 is not installed";
+    ASSERT_EQ(k.run(u"cat(requireNamespace(\"ggplot2\", quietly = TRUE))"_qs).output, u"TRUE"_qs)
+        << "ggplot2 is installed where the tests run";
     QList<SessionEvent> events =
         k.plotsOf(QStringLiteral("library(ggplot2)\nggplot(mtcars, aes(wt, mpg)) + geom_point()\n"
                                  "ggplot(mtcars, aes(factor(cyl))) + geom_bar()\nggplot(mtcars, aes(mpg)) + "
@@ -167,7 +165,7 @@ TEST(PlotKernel, GGPlotPointsAndBars)
     g = geometryOf(events[1]);
     ASSERT_TRUE(g);
     ASSERT_EQ(g->bars.size(), 3);
-    EXPECT_EQ(g->bars[2].label, QStringLiteral("8"));
+    EXPECT_EQ(g->bars[2].label, u"8"_qs);
     EXPECT_EQ(g->bars[2].y1, 14);
     EXPECT_FALSE(g->isHistogram);
     g = geometryOf(events[2]);
@@ -176,9 +174,8 @@ TEST(PlotKernel, GGPlotPointsAndBars)
     EXPECT_EQ(g->bars.size(), 5);
 
     // A zoom redraws the ggplot within the asked limits.
-    RRequestResult r = k.request(
-        QStringLiteral("renderPlot"), {events[0].page, 400.0, 300.0, 1.0},
-        {{QStringLiteral("xlim"), QList<double>{2, 4}}, {QStringLiteral("ylim"), QList<double>{15, 25}}});
+    RRequestResult r = k.request(u"renderPlot"_qs, {events[0].page, 400.0, 300.0, 1.0},
+                                 {{u"xlim"_qs, QList<double>{2, 4}}, {u"ylim"_qs, QList<double>{15, 25}}});
     ASSERT_TRUE(r.ok());
     g = PlotGeometry::fromJSON(r.value()[u"info"]);
     ASSERT_TRUE(g);
@@ -191,10 +188,8 @@ TEST(PlotKernel, Exports)
     PlotSession k;
     ASSERT_TRUE(k.start());
     // The theme's accent draws single-series points.
-    ASSERT_TRUE(k.request(QStringLiteral("setTheme"),
-                          {true, QStringLiteral("#FF0000"), QStringList{"#FF0000", "#00FF00"}})
-                    .ok());
-    QList<SessionEvent> events = k.plotsOf(QStringLiteral("plot(cars, cex = 2)"));
+    ASSERT_TRUE(k.request(u"setTheme"_qs, {true, u"#FF0000"_qs, QStringList{"#FF0000", "#00FF00"}}).ok());
+    QList<SessionEvent> events = k.plotsOf(u"plot(cars, cex = 2)"_qs);
     ASSERT_EQ(events.size(), 1);
     const int page = events[0].page;
     const QImage shown(events[0].file);
@@ -208,40 +203,36 @@ TEST(PlotKernel, Exports)
     const auto exportAs = [&](const QString &name) {
         const QString path = dir.filePath(name);
         const RRequestResult r =
-            k.request(QStringLiteral("exportPlot"), {page, path, QFileInfo(name).suffix(), 504.0, 360.0},
-                      {{QStringLiteral("xlim"), RArgument()},
-                       {QStringLiteral("ylim"), RArgument()},
-                       {QStringLiteral("scale"), 1.0}});
+            k.request(u"exportPlot"_qs, {page, path, QFileInfo(name).suffix(), 504.0, 360.0},
+                      {{u"xlim"_qs, RArgument()}, {u"ylim"_qs, RArgument()}, {u"scale"_qs, 1.0}});
         EXPECT_TRUE(r.ok()) << (r.ok() ? "" : r.error().text.toStdString());
         return path;
     };
 
-    QFile svgFile(exportAs(QStringLiteral("plot.svg")));
+    QFile svgFile(exportAs(u"plot.svg"_qs));
     ASSERT_TRUE(svgFile.open(QIODevice::ReadOnly));
     QXmlStreamReader svg(&svgFile);
     ASSERT_TRUE(svg.readNextStartElement());
-    EXPECT_EQ(svg.name(), QStringLiteral("svg"));
-    EXPECT_EQ(svg.attributes().value(QStringLiteral("width")), QStringLiteral("504pt"));
-    EXPECT_EQ(svg.attributes().value(QStringLiteral("height")), QStringLiteral("360pt"));
+    EXPECT_EQ(svg.name(), u"svg"_qs);
+    EXPECT_EQ(svg.attributes().value(u"width"_qs), u"504pt"_qs);
+    EXPECT_EQ(svg.attributes().value(u"height"_qs), u"360pt"_qs);
     while (!svg.atEnd())
         svg.readNext();
     EXPECT_FALSE(svg.hasError()) << svg.errorString().toStdString();
 
-    const QString pdf = exportAs(QStringLiteral("plot.pdf"));
+    const QString pdf = exportAs(u"plot.pdf"_qs);
     EXPECT_TRUE(QFileInfo(pdf).size() > 0);
 
-    EXPECT_FALSE(k.request(QStringLiteral("exportPlot"),
-                           {page, dir.filePath(QStringLiteral("x.bmp")), QStringLiteral("bmp"), 504.0, 360.0})
-                     .ok());
+    EXPECT_FALSE(
+        k.request(u"exportPlot"_qs, {page, dir.filePath(u"x.bmp"_qs), u"bmp"_qs, 504.0, 360.0}).ok());
 
-    const QString pdfinfo = QStandardPaths::findExecutable(QStringLiteral("pdfinfo"));
-    if (pdfinfo.isEmpty())
-        GTEST_SKIP() << "pdfinfo is not installed";
+    const QString pdfinfo = QStandardPaths::findExecutable(u"pdfinfo"_qs);
+    ASSERT_FALSE(pdfinfo.isEmpty()) << "pdfinfo (poppler-utils) is installed where the tests run";
     QProcess info;
     info.start(pdfinfo, {pdf});
     ASSERT_TRUE(info.waitForFinished(20000));
     EXPECT_EQ(info.exitCode(), 0);
     const QString out = QString::fromUtf8(info.readAllStandardOutput());
-    EXPECT_TRUE(out.contains(QRegularExpression(QStringLiteral("Pages:\\s+1\\n")))) << out.toStdString();
-    EXPECT_TRUE(out.contains(QStringLiteral("504 x 360 pts"))) << out.toStdString();
+    EXPECT_TRUE(out.contains(QRegularExpression(u"Pages:\\s+1\\n"_qs))) << out.toStdString();
+    EXPECT_TRUE(out.contains(u"504 x 360 pts"_qs)) << out.toStdString();
 }

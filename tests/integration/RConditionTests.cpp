@@ -26,18 +26,17 @@ QStringList rStandardError(const QList<Case> &cases, const QString &directory)
 {
     QByteArray input;
     for (qsizetype i = 0; i < cases.size(); ++i)
-        input += QStringLiteral("message(\"<<case %1>>\")\n%2\n").arg(i).arg(cases[i].line).toUtf8();
+        input += u"message(\"<<case %1>>\")\n%2\n"_qs.arg(i).arg(cases[i].line).toUtf8();
     const TestSupport::ProgramRun run =
         TestSupport::runProgram(TestSupport::rExecutable(),
-                                {QStringLiteral("--interactive"), QStringLiteral("--no-echo"),
-                                 QStringLiteral("--no-restore"), QStringLiteral("--no-save")},
+                                {u"--interactive"_qs, u"--no-echo"_qs, u"--no-restore"_qs, u"--no-save"_qs},
                                 TestSupport::Input::Bytes, input, std::chrono::seconds(60), directory);
     EXPECT_FALSE(run.timedOut);
     QStringList blocks;
     const QString err = QString::fromUtf8(run.err);
     for (qsizetype i = 0; i < cases.size(); ++i) {
-        const QString open = QStringLiteral("<<case %1>>\n").arg(i);
-        const QString next = QStringLiteral("<<case %1>>\n").arg(i + 1);
+        const QString open = u"<<case %1>>\n"_qs.arg(i);
+        const QString next = u"<<case %1>>\n"_qs.arg(i + 1);
         const qsizetype from = err.indexOf(open);
         const qsizetype to = i + 1 < cases.size() ? err.indexOf(next) : err.size();
         EXPECT_GE(from, 0) << open.toStdString();
@@ -51,7 +50,7 @@ QStringList rStandardError(const QList<Case> &cases, const QString &directory)
 bool sameAsR(const QString &r, const QString &lead, const QString &call, const QString &message,
              const QString &separator)
 {
-    const QString start = lead + call + QStringLiteral(" :");
+    const QString start = lead + call + u" :"_qs;
     return r == start + u' ' + message + u'\n' || r == start + separator + message + u'\n';
 }
 
@@ -61,34 +60,30 @@ TEST(RConditions, EachReachesTheUserWithRsOwnMessageAndCall)
 {
     QTemporaryDir dir;
     const QList<Case> cases = {
-        {"an empty argument", QStringLiteral("x <- c(1, 2, )"), Shape::Error},
-        {"an empty argument in the user's function",
-         QStringLiteral("m <- function(...) stop(\"boom\"); m(1, , 3)"), Shape::Error},
-        {"a missing argument", QStringLiteral("f <- function(a) a + 1; f()"), Shape::Error},
-        {"no call", QStringLiteral("h <- function() stop(\"no call here\", call. = FALSE); h()"),
+        {"an empty argument", u"x <- c(1, 2, )"_qs, Shape::Error},
+        {"an empty argument in the user's function", u"m <- function(...) stop(\"boom\"); m(1, , 3)"_qs,
          Shape::Error},
-        {"from .Internal", QStringLiteral("nchar(\"a\", type = \"zz\")"), Shape::Error},
-        {"from a primitive", QStringLiteral("1 + \"a\""), Shape::Error},
+        {"a missing argument", u"f <- function(a) a + 1; f()"_qs, Shape::Error},
+        {"no call", u"h <- function() stop(\"no call here\", call. = FALSE); h()"_qs, Shape::Error},
+        {"from .Internal", u"nchar(\"a\", type = \"zz\")"_qs, Shape::Error},
+        {"from a primitive", u"1 + \"a\""_qs, Shape::Error},
         {"do.call with a large vector",
-         QStringLiteral("big <- function(x) stop(\"too big\"); do.call(\"big\", list(seq_len(100000) / 7))"),
+         u"big <- function(x) stop(\"too big\"); do.call(\"big\", list(seq_len(100000) / 7))"_qs,
          Shape::Error},
         {"do.call with a large data frame",
-         QStringLiteral("do.call(\"big\", list(data.frame(a = seq_len(100000) / 7, b = \"x\")))"),
-         Shape::Error},
+         u"do.call(\"big\", list(data.frame(a = seq_len(100000) / 7, b = \"x\")))"_qs, Shape::Error},
         {"do.call with a large factor",
          QStringLiteral(
              "f3 <- function(x) stop(\"f3\"); do.call(\"f3\", list(factor(rep(c(\"a\", \"b\"), 100))))"),
          Shape::Error},
-        {"do.call with a matrix", QStringLiteral("do.call(\"f3\", list(matrix(1:200, 10)))"), Shape::Error},
-        {"do.call with dates", QStringLiteral("do.call(\"f3\", list(as.Date(\"2020-01-01\") + 1:100))"),
-         Shape::Error},
+        {"do.call with a matrix", u"do.call(\"f3\", list(matrix(1:200, 10)))"_qs, Shape::Error},
+        {"do.call with dates", u"do.call(\"f3\", list(as.Date(\"2020-01-01\") + 1:100))"_qs, Shape::Error},
         {"do.call with a named list",
-         QStringLiteral("do.call(\"f3\", list(list(a = 1:1000 / 3, b = list(c = letters))))"), Shape::Error},
+         u"do.call(\"f3\", list(list(a = 1:1000 / 3, b = list(c = letters))))"_qs, Shape::Error},
         {"do.call with many arguments",
-         QStringLiteral("g2 <- function(...) stop(\"many\"); do.call(\"g2\", as.list(1:2500))"),
-         Shape::Error},
+         u"g2 <- function(...) stop(\"many\"); do.call(\"g2\", as.list(1:2500))"_qs, Shape::Error},
         {"a call of 10,000 characters",
-         QStringLiteral("g <- function(...) stop(\"long call\"); do.call(\"g\", list(strrep(\"a\", 10000)))"),
+         u"g <- function(...) stop(\"long call\"); do.call(\"g\", list(strrep(\"a\", 10000)))"_qs,
          Shape::LongCall},
         {"a custom condition class",
          QStringLiteral("stop(structure(class = c(\"myError\", \"error\", \"condition\"), "
@@ -102,30 +97,28 @@ TEST(RConditions, EachReachesTheUserWithRsOwnMessageAndCall)
          QStringLiteral(
              "print.boom <- function(x, ...) stop(\"cannot print\"); structure(1, class = \"boom\")"),
          Shape::Error},
-        {"inside tryCatch with finally",
-         QStringLiteral("tryCatch(stop(\"in body\"), finally = cat(\"cleanup\\n\"))"), Shape::Error},
-        {"in the finally of tryCatch", QStringLiteral("tryCatch(1, finally = stop(\"in finally\"))"),
+        {"inside tryCatch with finally", u"tryCatch(stop(\"in body\"), finally = cat(\"cleanup\\n\"))"_qs,
          Shape::Error},
+        {"in the finally of tryCatch", u"tryCatch(1, finally = stop(\"in finally\"))"_qs, Shape::Error},
         {"an S4 method",
          QStringLiteral("setGeneric(\"area\", function(s) standardGeneric(\"area\")); "
                         "setMethod(\"area\", \"numeric\", function(s) stop(\"negative area\")); area(1)"),
          Shape::Error},
-        {"a non-ASCII message", QStringLiteral("stop(\"naïve café — 日本語\")"), Shape::Error},
+        {"a non-ASCII message", u"stop(\"naïve café — 日本語\")"_qs, Shape::Error},
         {"a condition whose message errors",
          QStringLiteral("conditionMessage.weird <- function(c) stop(\"no message for you\"); "
                         "stop(structure(class = c(\"weird\", \"error\", \"condition\"), list(message = "
                         "\"m\", call = NULL)))"),
          Shape::Error},
         {"a long message",
-         QStringLiteral("el <- function(x) stop(\"a rather long error message that goes on and on\"); el(1)"),
+         u"el <- function(x) stop(\"a rather long error message that goes on and on\"); el(1)"_qs,
          Shape::Error},
-        {"in local()", QStringLiteral("local(stop(\"in local\"))"), Shape::Error},
-        {"a warning in a function", QStringLiteral("wf <- function() warning(\"careful now\"); wf()"),
+        {"in local()", u"local(stop(\"in local\"))"_qs, Shape::Error},
+        {"a warning in a function", u"wf <- function() warning(\"careful now\"); wf()"_qs, Shape::Warning},
+        {"a warning at top level", u"warning(\"top level warning\")"_qs, Shape::Warning},
+        {"a warning with an empty argument", u"mw <- function(...) warning(\"odd\"); mw(1, )"_qs,
          Shape::Warning},
-        {"a warning at top level", QStringLiteral("warning(\"top level warning\")"), Shape::Warning},
-        {"a warning with an empty argument", QStringLiteral("mw <- function(...) warning(\"odd\"); mw(1, )"),
-         Shape::Warning},
-        {"a message", QStringLiteral("message(\"hello \", \"there\")"), Shape::Message},
+        {"a message", u"message(\"hello \", \"there\")"_qs, Shape::Message},
     };
     const QStringList r = rStandardError(cases, dir.path());
 
@@ -146,18 +139,17 @@ TEST(RConditions, EachReachesTheUserWithRsOwnMessageAndCall)
             const RErrorInfo &error = *result.error;
             if (c.shape == Shape::Error) {
                 if (error.call)
-                    EXPECT_TRUE(sameAsR(r[i], QStringLiteral("Error in "), *error.call, error.message,
-                                        QStringLiteral(" \n  ")))
+                    EXPECT_TRUE(sameAsR(r[i], u"Error in "_qs, *error.call, error.message, u" \n  "_qs))
                         << "R: " << told << "session: " << error.call->toStdString() << " : "
                         << error.message.toStdString();
                 else
-                    EXPECT_EQ(r[i], QStringLiteral("Error: ") + error.message + u'\n');
+                    EXPECT_EQ(r[i], u"Error: "_qs + error.message + u'\n');
             } else {
                 // R cuts its line at 8 KB; the session's call is a bounded prefix of it.
                 ASSERT_TRUE(error.call.has_value());
-                EXPECT_TRUE(error.call->endsWith(QStringLiteral("...")));
-                EXPECT_TRUE(r[i].startsWith(QStringLiteral("Error in ") + error.call->chopped(3))) << told;
-                EXPECT_EQ(error.message, QStringLiteral("long call"));
+                EXPECT_TRUE(error.call->endsWith(u"..."_qs));
+                EXPECT_TRUE(r[i].startsWith(u"Error in "_qs + error.call->chopped(3))) << told;
+                EXPECT_EQ(error.message, u"long call"_qs);
             }
             break;
         }
@@ -165,14 +157,13 @@ TEST(RConditions, EachReachesTheUserWithRsOwnMessageAndCall)
             EXPECT_TRUE(result.ok);
             const QList<SessionEvent> warnings = k.eventsSince(mark, Kind::Warning);
             ASSERT_EQ(warnings.size(), 1);
-            ASSERT_TRUE(r[i].startsWith(QStringLiteral("Warning message:\n"))) << told;
+            ASSERT_TRUE(r[i].startsWith(u"Warning message:\n"_qs)) << told;
             const QString line = r[i].mid(17);
             if (warnings[0].call)
-                EXPECT_TRUE(sameAsR(line, QStringLiteral("In "), *warnings[0].call, warnings[0].text,
-                                    QStringLiteral("\n  ")))
+                EXPECT_TRUE(sameAsR(line, u"In "_qs, *warnings[0].call, warnings[0].text, u"\n  "_qs))
                     << told << "session: " << warnings[0].call->toStdString();
             else
-                EXPECT_EQ(line, warnings[0].text + QStringLiteral(" \n"));
+                EXPECT_EQ(line, warnings[0].text + u" \n"_qs);
             break;
         }
         case Shape::Message: {
@@ -184,5 +175,5 @@ TEST(RConditions, EachReachesTheUserWithRsOwnMessageAndCall)
         }
         }
     }
-    EXPECT_TRUE(k.run(QStringLiteral("1")).ok) << "the session goes on";
+    EXPECT_TRUE(k.run(u"1"_qs).ok) << "the session goes on";
 }

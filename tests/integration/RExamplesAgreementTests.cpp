@@ -24,10 +24,9 @@ QList<Page> basePages(const QString &folder)
 {
     const TestSupport::ProgramRun run = TestSupport::runProgram(
         TestSupport::rscriptExecutable(),
-        {QStringLiteral("-e"),
-         QStringLiteral("a <- readRDS(system.file('help', 'aliases.rds', package = 'base')); "
-                        "p <- tapply(names(a), a, function(x) x[1]); "
-                        "cat(paste(names(p), encodeString(p, quote = '\"')), sep = '\\n')")},
+        {u"-e"_qs, QStringLiteral("a <- readRDS(system.file('help', 'aliases.rds', package = 'base')); "
+                                  "p <- tapply(names(a), a, function(x) x[1]); "
+                                  "cat(paste(names(p), encodeString(p, quote = '\"')), sep = '\\n')")},
         TestSupport::Input::Empty, {}, 60s, folder);
     QList<Page> pages;
     for (const QByteArray &entry : run.out.split('\n')) {
@@ -54,68 +53,66 @@ QList<Page> basePages(const QString &folder)
 const QMap<QString, const char *> &explainedDifferences()
 {
     static const QMap<QString, const char *> reasons = {
-        {QStringLiteral("Sys.time"), "prints the current time or times relative to it"},
-        {QStringLiteral("date"), "prints the current time or times relative to it"},
-        {QStringLiteral("difftime"), "prints the current time or times relative to it"},
-        {QStringLiteral("as.POSIXlt"), "prints the current time or times relative to it"},
-        {QStringLiteral("DateTimeClasses"), "prints the current time or times relative to it"},
-        {QStringLiteral("strptime"), "prints the current time or times relative to it"},
-        {QStringLiteral("format.Date"), "prints the current time or times relative to it"},
-        {QStringLiteral("proc.time"), "prints timings, memory or stack use"},
-        {QStringLiteral("system.time"), "prints timings, memory or stack use"},
-        {QStringLiteral("gc"), "prints timings, memory or stack use"},
-        {QStringLiteral("memory.profile"), "prints timings, memory or stack use"},
-        {QStringLiteral("Memory-limits"), "prints timings, memory or stack use"},
-        {QStringLiteral("Rprof"), "prints timings, memory or stack use"},
-        {QStringLiteral("NA"), "prints timings, memory or stack use"},
-        {QStringLiteral("order"), "prints timings, memory or stack use"},
-        {QStringLiteral("Sys.sleep"), "prints timings, memory or stack use"},
-        {QStringLiteral("Cstack_info"), "prints timings, memory or stack use"},
-        {QStringLiteral("Sys.getpid"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("tempfile"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("normalizePath"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("Sys.getenv"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("Sys.setenv"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("formatDL"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("commandArgs"), "prints the process id, temporary names or the environment"},
-        {QStringLiteral("environment"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("chkDots"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("get"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("identical"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("library.dynam"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("match"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("match.fun"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("ns-dblcolon"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("list2env"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("ns-internal"), "prints addresses of bytecode or environments"},
-        {QStringLiteral("Random"), "seeds from the clock after removing .Random.seed"},
-        {QStringLiteral("file.access"), "lists files that earlier pages left, with their sizes and times"},
-        {QStringLiteral("file.info"), "lists files that earlier pages left, with their sizes and times"},
-        {QStringLiteral("save"), "lists files that earlier pages left, with their sizes and times"},
-        {QStringLiteral("autoload"), "the session's tools:vesk on the search path"},
-        {QStringLiteral("exists"), "the session's tools:vesk on the search path"},
-        {QStringLiteral("library"), "the session's tools:vesk on the search path"},
-        {QStringLiteral("search"), "the session's tools:vesk on the search path"},
-        {QStringLiteral("startsWith"), "the session's tools:vesk on the search path"},
-        {QStringLiteral("sys.source"), "the session's tools:vesk on the search path"},
-        {QStringLiteral("c"), "the session's browser and viewer options"},
-        {QStringLiteral("unlist"), "the session's browser and viewer options"},
-        {QStringLiteral("mode"), "the session's browser and viewer options"},
-        {QStringLiteral("length"), "the session's browser and viewer options"},
-        {QStringLiteral("options"), "the session's browser and viewer options"},
-        {QStringLiteral("sys.parent"), "the session's stack frames under the user's code"},
-        {QStringLiteral("connections"), "the session's connection to standard output"},
-        {QStringLiteral("getLoadedDLLs"), "the shared libraries the session's plot device loaded"},
-        {QStringLiteral("funprog"),
-         "warnings of connections closed by the garbage collector, whose timing differs"},
-        {QStringLiteral("warnings"),
-         "warnings of connections closed by the garbage collector, whose timing differs"},
-        {QStringLiteral("taskCallback"), "the session's task callback; R calls callbacks after each "
-                                         "expression of a line, the session after the whole run"},
-        {QStringLiteral("taskCallbackManager"), "the session's task callback; R calls callbacks after each "
-                                                "expression of a line, the session after the whole run"},
-        {QStringLiteral("taskCallbackNames"), "the session's task callback; R calls callbacks after each "
-                                              "expression of a line, the session after the whole run"},
+        {u"Sys.time"_qs, "prints the current time or times relative to it"},
+        {u"date"_qs, "prints the current time or times relative to it"},
+        {u"difftime"_qs, "prints the current time or times relative to it"},
+        {u"as.POSIXlt"_qs, "prints the current time or times relative to it"},
+        {u"DateTimeClasses"_qs, "prints the current time or times relative to it"},
+        {u"strptime"_qs, "prints the current time or times relative to it"},
+        {u"format.Date"_qs, "prints the current time or times relative to it"},
+        {u"proc.time"_qs, "prints timings, memory or stack use"},
+        {u"system.time"_qs, "prints timings, memory or stack use"},
+        {u"gc"_qs, "prints timings, memory or stack use"},
+        {u"memory.profile"_qs, "prints timings, memory or stack use"},
+        {u"Memory-limits"_qs, "prints timings, memory or stack use"},
+        {u"Rprof"_qs, "prints timings, memory or stack use"},
+        {u"NA"_qs, "prints timings, memory or stack use"},
+        {u"order"_qs, "prints timings, memory or stack use"},
+        {u"Sys.sleep"_qs, "prints timings, memory or stack use"},
+        {u"Cstack_info"_qs, "prints timings, memory or stack use"},
+        {u"Sys.getpid"_qs, "prints the process id, temporary names or the environment"},
+        {u"tempfile"_qs, "prints the process id, temporary names or the environment"},
+        {u"normalizePath"_qs, "prints the process id, temporary names or the environment"},
+        {u"Sys.getenv"_qs, "prints the process id, temporary names or the environment"},
+        {u"Sys.setenv"_qs, "prints the process id, temporary names or the environment"},
+        {u"formatDL"_qs, "prints the process id, temporary names or the environment"},
+        {u"commandArgs"_qs, "prints the process id, temporary names or the environment"},
+        {u"environment"_qs, "prints addresses of bytecode or environments"},
+        {u"chkDots"_qs, "prints addresses of bytecode or environments"},
+        {u"get"_qs, "prints addresses of bytecode or environments"},
+        {u"identical"_qs, "prints addresses of bytecode or environments"},
+        {u"library.dynam"_qs, "prints addresses of bytecode or environments"},
+        {u"match"_qs, "prints addresses of bytecode or environments"},
+        {u"match.fun"_qs, "prints addresses of bytecode or environments"},
+        {u"ns-dblcolon"_qs, "prints addresses of bytecode or environments"},
+        {u"list2env"_qs, "prints addresses of bytecode or environments"},
+        {u"ns-internal"_qs, "prints addresses of bytecode or environments"},
+        {u"Random"_qs, "seeds from the clock after removing .Random.seed"},
+        {u"file.access"_qs, "lists files that earlier pages left, with their sizes and times"},
+        {u"file.info"_qs, "lists files that earlier pages left, with their sizes and times"},
+        {u"save"_qs, "lists files that earlier pages left, with their sizes and times"},
+        {u"autoload"_qs, "the session's tools:vesk on the search path"},
+        {u"exists"_qs, "the session's tools:vesk on the search path"},
+        {u"library"_qs, "the session's tools:vesk on the search path"},
+        {u"search"_qs, "the session's tools:vesk on the search path"},
+        {u"startsWith"_qs, "the session's tools:vesk on the search path"},
+        {u"sys.source"_qs, "the session's tools:vesk on the search path"},
+        {u"c"_qs, "the session's browser and viewer options"},
+        {u"unlist"_qs, "the session's browser and viewer options"},
+        {u"mode"_qs, "the session's browser and viewer options"},
+        {u"length"_qs, "the session's browser and viewer options"},
+        {u"options"_qs, "the session's browser and viewer options"},
+        {u"sys.parent"_qs, "the session's stack frames under the user's code"},
+        {u"connections"_qs, "the session's connection to standard output"},
+        {u"getLoadedDLLs"_qs, "the shared libraries the session's plot device loaded"},
+        {u"funprog"_qs, "warnings of connections closed by the garbage collector, whose timing differs"},
+        {u"warnings"_qs, "warnings of connections closed by the garbage collector, whose timing differs"},
+        {u"taskCallback"_qs, "the session's task callback; R calls callbacks after each "
+                             "expression of a line, the session after the whole run"},
+        {u"taskCallbackManager"_qs, "the session's task callback; R calls callbacks after each "
+                                    "expression of a line, the session after the whole run"},
+        {u"taskCallbackNames"_qs, "the session's task callback; R calls callbacks after each "
+                                  "expression of a line, the session after the whole run"},
     };
     return reasons;
 }
@@ -133,8 +130,7 @@ TEST(RExamplesAgreement, BasePackageExamplesPrintWhatRPrints)
         script += page.line.toUtf8() + '\n';
     const TestSupport::ProgramRun reference =
         TestSupport::runProgram(TestSupport::rExecutable(),
-                                {QStringLiteral("--interactive"), QStringLiteral("--no-echo"),
-                                 QStringLiteral("--no-restore"), QStringLiteral("--no-save")},
+                                {u"--interactive"_qs, u"--no-echo"_qs, u"--no-restore"_qs, u"--no-save"_qs},
                                 TestSupport::Input::Bytes, script, 600s, folder.path());
     ASSERT_FALSE(reference.timedOut);
     // R echoes each line it reads; what a page printed lies between its two markers.
@@ -161,7 +157,7 @@ TEST(RExamplesAgreement, BasePackageExamplesPrintWhatRPrints)
         const qsizetype mark = k.events.size();
         k.run(page.line);
         if (k.session.status().kind != RSessionStatus::Kind::Idle) {
-            unexplained.append(page.name + QStringLiteral(": the session did not come back"));
+            unexplained.append(page.name + u": the session did not come back"_qs);
             k.session.shutDown();
             ASSERT_TRUE(k.start(folder.path()));
             continue;
@@ -187,13 +183,11 @@ TEST(RExamplesAgreement, BasePackageExamplesPrintWhatRPrints)
         qsizetype line = 0;
         while (line < got.size() && line < want.size() && got[line] == want[line])
             ++line;
-        unexplained.append(QStringLiteral("%1 (line %2): session \"%3\", R \"%4\"")
-                               .arg(page.name)
-                               .arg(line + 1)
-                               .arg(QString::fromUtf8(got.value(line)), QString::fromUtf8(want.value(line))));
+        unexplained.append(u"%1 (line %2): session \"%3\", R \"%4\""_qs.arg(page.name).arg(line + 1).arg(
+            QString::fromUtf8(got.value(line)), QString::fromUtf8(want.value(line))));
     }
     std::printf("base examples identical: %d of %lld pages (%.1f%%); explained differences: %s\n", identical,
                 static_cast<long long>(pages.size()), 100.0 * identical / double(pages.size()),
-                qPrintable(explained.join(QStringLiteral(", "))));
+                qPrintable(explained.join(u", "_qs)));
     EXPECT_TRUE(unexplained.isEmpty()) << unexplained.join(u'\n').toStdString();
 }

@@ -67,21 +67,12 @@ bool sanitized()
 
 QList<QStringList> readTable(const QString &path)
 {
-    QFile file(path);
     QList<QStringList> rows;
-    if (!file.open(QIODevice::ReadOnly))
-        return rows;
-    for (const QByteArray &line : file.readAll().split('\n')) {
+    for (const QByteArray &line : TestSupport::readFile(path).split('\n')) {
         if (!line.isEmpty())
             rows.append(QString::fromUtf8(line).split(u'\t'));
     }
     return rows;
-}
-
-QByteArray fileBytes(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // Runs RParseCorpus.R with `arguments` after the output folder into `into`; an error message or empty.
@@ -156,10 +147,11 @@ const std::pair<Corpus, Corpus> &corpora()
         arguments << QFileInfo(files).absoluteFilePath();
     // CTest runs each case in its own process: they share one corpus per script, R and arguments.
     const QByteArray key =
-        QCryptographicHash::hash(fileBytes(TestSupport::sourcePath(u"tests/integration/RParseCorpus.R"_qs)) +
-                                     TestSupport::rExecutable().toUtf8() + arguments.join(u' ').toUtf8() +
-                                     (files.isEmpty() ? QByteArray() : fileBytes(files)),
-                                 QCryptographicHash::Sha1)
+        QCryptographicHash::hash(
+            TestSupport::readFile(TestSupport::sourcePath(u"tests/integration/RParseCorpus.R"_qs)) +
+                TestSupport::rExecutable().toUtf8() + arguments.join(u' ').toUtf8() +
+                (files.isEmpty() ? QByteArray() : TestSupport::readFile(files)),
+            QCryptographicHash::Sha1)
             .toHex()
             .left(16);
     const QString cached = QDir::temp().filePath(u"vesk-r-parse-corpus-"_qs + QString::fromLatin1(key));

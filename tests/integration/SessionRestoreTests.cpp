@@ -28,12 +28,6 @@ QString tool(const QString &name)
     return QStandardPaths::findExecutable(name);
 }
 
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 struct DesktopRun {
     QTemporaryDir home;
     QProcess server;
@@ -50,10 +44,8 @@ struct DesktopRun {
         // The server picks a free display itself and tells its number on the given descriptor.
         // -noreset: by default the server resets when its last client goes (the killed Vesk), and
         // a client that connects during the reset is turned away.
-        server.start(tool(QStringLiteral("Xvfb")),
-                     {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                      QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
-                      QStringLiteral("tcp"), QStringLiteral("-noreset")});
+        server.start(tool(u"Xvfb"_qs), {u"-displayfd"_qs, u"1"_qs, u"-screen"_qs, u"0"_qs, u"1280x800x24"_qs,
+                                        u"-nolisten"_qs, u"tcp"_qs, u"-noreset"_qs});
         if (!server.waitForStarted(5000))
             return false;
         QByteArray number;
@@ -65,23 +57,23 @@ struct DesktopRun {
                 10s))
             return false;
         display = u':' + QString::fromLatin1(number.trimmed());
-        return TestSupport::waitUntil([&] { return xdotool({QStringLiteral("getdisplaygeometry")}); }, 10s);
+        return TestSupport::waitUntil([&] { return xdotool({u"getdisplaygeometry"_qs}); }, 10s);
     }
     QProcessEnvironment environment() const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("HOME"), home.path());
-        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
-        env.insert(QStringLiteral("DISPLAY"), display);
-        env.remove(QStringLiteral("QT_QPA_PLATFORM"));
+        env.insert(u"HOME"_qs, home.path());
+        env.insert(u"XDG_DATA_HOME"_qs, home.filePath(u"data"_qs));
+        env.insert(u"XDG_CONFIG_HOME"_qs, home.filePath(u"config"_qs));
+        env.insert(u"DISPLAY"_qs, display);
+        env.remove(u"QT_QPA_PLATFORM"_qs);
         return env;
     }
     bool xdotool(const QStringList &arguments) const
     {
         QProcess process;
         process.setProcessEnvironment(environment());
-        process.start(tool(QStringLiteral("xdotool")), arguments);
+        process.start(tool(u"xdotool"_qs), arguments);
         return process.waitForFinished(10000) && process.exitStatus() == QProcess::NormalExit &&
                process.exitCode() == 0;
     }
@@ -95,12 +87,11 @@ struct DesktopRun {
     {
         return TestSupport::waitUntil(
             [&] {
-                return xdotool(
-                    {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("proj — Vesk")});
+                return xdotool({u"search"_qs, u"--name"_qs, u"proj — Vesk"_qs});
             },
             40s);
     }
-    QString dataFolder() const { return home.filePath(QStringLiteral("data/Vesk")); }
+    QString dataFolder() const { return home.filePath(u"data/Vesk"_qs); }
     // Types one key every `interval`, each with xdotool of its own; when each key had been sent.
     std::vector<std::chrono::steady_clock::time_point> typeSteadily(const QString &keys,
                                                                     std::chrono::milliseconds interval) const
@@ -110,7 +101,7 @@ struct DesktopRun {
         for (const QChar key : keys) {
             std::this_thread::sleep_until(next);
             next += interval;
-            if (!xdotool({QStringLiteral("type"), QString(key)}))
+            if (!xdotool({u"type"_qs, QString(key)}))
                 break;
             sent.push_back(std::chrono::steady_clock::now());
         }
@@ -137,7 +128,7 @@ QString digits(int count)
 // Clock ticks of user and system time the process has used.
 qint64 cpuTicks(qint64 pid)
 {
-    const QByteArray stat = readAll(QStringLiteral("/proc/%1/stat").arg(pid));
+    const QByteArray stat = TestSupport::readFile(u"/proc/%1/stat"_qs.arg(pid));
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     return fields.size() > 12 ? fields[11].toLongLong() + fields[12].toLongLong() : -1;
 }
@@ -148,19 +139,14 @@ qint64 cpuTicks(qint64 pid)
 // The executable itself, where it is built.
 TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
 {
-    ASSERT_FALSE(tool(QStringLiteral("Xvfb")).isEmpty());
-    ASSERT_FALSE(tool(QStringLiteral("xdotool")).isEmpty());
+    ASSERT_FALSE(tool(u"Xvfb"_qs).isEmpty());
+    ASSERT_FALSE(tool(u"xdotool"_qs).isEmpty());
     ASSERT_TRUE(QFile::exists(QStringLiteral(VESK_BINARY_DIR "/vesk")));
     DesktopRun run;
     ASSERT_TRUE(run.startServer());
-    const QString project = run.home.filePath(QStringLiteral("proj"));
+    const QString project = run.home.filePath(u"proj"_qs);
     ASSERT_TRUE(QDir().mkpath(project));
-    const QString script = project + QStringLiteral("/analysis.R");
-    {
-        QFile file(script);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("x <- 1\nprint(x)\n");
-    }
+    const QString script = TestSupport::writeFile(project, u"analysis.R"_qs, "x <- 1\nprint(x)\n");
 
     QProcess first;
     run.startVesk(first, {project, script});
@@ -168,21 +154,20 @@ TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
     ASSERT_TRUE(run.windowShown());
     TestSupport::spin(3s); // let R come up, so nothing takes the focus away while typing
     // The editor of the opened file fills the top of the middle column; the window sits at 0,0.
-    ASSERT_TRUE(run.xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("90"),
-                             QStringLiteral("click"), QStringLiteral("1")}));
+    ASSERT_TRUE(run.xdotool({u"mousemove"_qs, u"500"_qs, u"90"_qs, u"click"_qs, u"1"_qs}));
     TestSupport::spin(300ms);
-    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+End")}));
+    ASSERT_TRUE(run.xdotool({u"key"_qs, u"ctrl+End"_qs}));
     // A key every 100 ms for 8 seconds into each script, with no pause that a quiet-time autosave
     // would wait for; the new script never pauses before the kill.
     const QString keys = digits(80);
     const auto intoFile = run.typeSteadily(keys, 100ms);
-    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+n")}));
+    ASSERT_TRUE(run.xdotool({u"key"_qs, u"ctrl+n"_qs}));
     TestSupport::spin(300ms);
     const auto intoNew = run.typeSteadily(keys, 100ms);
     first.kill(); // SIGKILL: no quit path runs
     const auto killed = std::chrono::steady_clock::now();
     ASSERT_TRUE(first.waitForFinished(5000));
-    EXPECT_EQ(readAll(script), QByteArray("x <- 1\nprint(x)\n")) << "nothing was saved";
+    EXPECT_EQ(TestSupport::readFile(script), QByteArray("x <- 1\nprint(x)\n")) << "nothing was saved";
     ASSERT_EQ(intoFile.size(), size_t(keys.size()));
     ASSERT_EQ(intoNew.size(), size_t(keys.size()));
     // Written at most five seconds after the first edit it lacks; the margin is for scheduling.
@@ -198,14 +183,12 @@ TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
     ASSERT_TRUE(run.windowShown());
     // Quitting while R still starts would ask first: give R time to be ready on a busy machine.
     TestSupport::spin(6s);
-    ASSERT_TRUE(run.xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("90"),
-                             QStringLiteral("click"), QStringLiteral("1")}));
-    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+q")}));
+    ASSERT_TRUE(run.xdotool({u"mousemove"_qs, u"500"_qs, u"90"_qs, u"click"_qs, u"1"_qs}));
+    ASSERT_TRUE(run.xdotool({u"key"_qs, u"ctrl+q"_qs}));
     ASSERT_TRUE(TestSupport::waitUntil([&] { return second.state() == QProcess::NotRunning; }, 20s));
 
     const QString key = SessionFiles::key(project);
-    const QByteArray stored =
-        readAll(run.dataFolder() + QStringLiteral("/Sessions/") + key + QStringLiteral(".json"));
+    const QByteArray stored = TestSupport::readFile(run.dataFolder() + u"/Sessions/"_qs + key + u".json"_qs);
     const auto value = JSONValue::parse(QByteArrayView(stored));
     ASSERT_TRUE(value) << stored.constData();
     const auto state = SessionState::fromJSON(*value);
@@ -217,11 +200,11 @@ TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
     EXPECT_EQ(state->selectedIndex, std::optional<int>(1));
     ASSERT_TRUE(state->tabs[0].autosave && state->tabs[1].autosave);
     auto autosaved = [&](const QString &name) {
-        return QString::fromUtf8(readAll(run.dataFolder() + QStringLiteral("/Autosave/") + name));
+        return QString::fromUtf8(TestSupport::readFile(run.dataFolder() + u"/Autosave/"_qs + name));
     };
     const QString fileText = autosaved(*state->tabs[0].autosave);
     const QString newText = autosaved(*state->tabs[1].autosave);
-    const QString saved = QStringLiteral("x <- 1\nprint(x)\n");
+    const QString saved = u"x <- 1\nprint(x)\n"_qs;
     EXPECT_TRUE(fileText.startsWith(saved + keys.left(fileKept)) && (saved + keys).startsWith(fileText))
         << fileText.toStdString() << " should hold the first " << fileKept << " keys";
     EXPECT_TRUE(newText.startsWith(keys.left(newKept)) && keys.startsWith(newText))
@@ -230,17 +213,16 @@ TEST(SessionRestoreApp, SteadilyTypedTextTabsAndSelectionSurviveSIGKILL)
 
 TEST(SessionRestoreApp, BusyROfAKilledVeskEndsWithItAndSoDoesWhatRStarted)
 {
-    ASSERT_FALSE(tool(QStringLiteral("Xvfb")).isEmpty());
-    ASSERT_FALSE(tool(QStringLiteral("xdotool")).isEmpty());
+    ASSERT_FALSE(tool(u"Xvfb"_qs).isEmpty());
+    ASSERT_FALSE(tool(u"xdotool"_qs).isEmpty());
     DesktopRun run;
     ASSERT_TRUE(run.startServer());
-    const QString project = run.home.filePath(QStringLiteral("proj"));
+    const QString project = run.home.filePath(u"proj"_qs);
     ASSERT_TRUE(QDir().mkpath(project));
-    const QString sleeperFile = project + QStringLiteral("/sleeper.pid");
+    const QString sleeperFile = project + u"/sleeper.pid"_qs;
     // A program R started runs on its own, as system() leaves it; then R loops.
-    const QString script =
-        TestSupport::writeFile(project, QStringLiteral("loop.R"),
-                               "system('sleep 300 & echo $! > " + sleeperFile.toUtf8() + "'); repeat {}\n");
+    const QString script = TestSupport::writeFile(
+        project, u"loop.R"_qs, "system('sleep 300 & echo $! > " + sleeperFile.toUtf8() + "'); repeat {}\n");
 
     QProcess vesk;
     run.startVesk(vesk, {project, script});
@@ -250,16 +232,15 @@ TEST(SessionRestoreApp, BusyROfAKilledVeskEndsWithItAndSoDoesWhatRStarted)
     ASSERT_TRUE(TestSupport::waitUntil(
         [&] {
             for (const qint64 child : TestSupport::childProcesses(vesk.processId()))
-                if (readAll(QStringLiteral("/proc/%1/cmdline").arg(child)).contains("--no-readline"))
+                if (TestSupport::readFile(u"/proc/%1/cmdline"_qs.arg(child)).contains("--no-readline"))
                     r = child;
             return r > 0;
         },
         20s));
     TestSupport::spin(4s); // R loads the kernel before it runs anything
-    ASSERT_TRUE(run.xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("90"),
-                             QStringLiteral("click"), QStringLiteral("1")}));
-    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+Home")}));
-    ASSERT_TRUE(run.xdotool({QStringLiteral("key"), QStringLiteral("ctrl+Return")}));
+    ASSERT_TRUE(run.xdotool({u"mousemove"_qs, u"500"_qs, u"90"_qs, u"click"_qs, u"1"_qs}));
+    ASSERT_TRUE(run.xdotool({u"key"_qs, u"ctrl+Home"_qs}));
+    ASSERT_TRUE(run.xdotool({u"key"_qs, u"ctrl+Return"_qs}));
     // Busy: a second of the loop uses a good part of a second of processor time.
     ASSERT_TRUE(TestSupport::waitUntil(
         [&] {
@@ -269,7 +250,7 @@ TEST(SessionRestoreApp, BusyROfAKilledVeskEndsWithItAndSoDoesWhatRStarted)
         },
         20s))
         << "R never ran the loop";
-    const qint64 sleeper = readAll(sleeperFile).trimmed().toLongLong();
+    const qint64 sleeper = TestSupport::readFile(sleeperFile).trimmed().toLongLong();
     ASSERT_TRUE(TestSupport::processRuns(sleeper));
 
     vesk.kill();

@@ -61,7 +61,7 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
     TestSupport::spin(400ms);
     ASSERT_TRUE(f.idle());
 
-    ASSERT_TRUE(f.run(QStringLiteral("plot(mtcars$wt, mtcars$mpg)")).ok);
+    ASSERT_TRUE(f.run(u"plot(mtcars$wt, mtcars$mpg)"_qs).ok);
     ASSERT_EQ(w.plots().store().pages().size(), 1);
     EXPECT_EQ(w.plots().store().selectedPage(), 1);
     EXPECT_EQ(f.pixels(1), scaled(QSize(400, 304), w.plots().scale())) << "drawn at the pane's size";
@@ -72,7 +72,7 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
 
     // A redraw of the page from R's side doesn't pull the inspector away from another pane.
     w.setInspectorTab(std::nullopt);
-    ASSERT_TRUE(f.run(QStringLiteral("abline(h = 20)")).ok);
+    ASSERT_TRUE(f.run(u"abline(h = 20)"_qs).ok);
     EXPECT_EQ(f.page(1)->revision, 1);
     EXPECT_FALSE(w.inspectorTab());
     const PlotZoom full = f.page(1)->geometry->window;
@@ -91,7 +91,7 @@ TEST(WorkspacePlots, EventsResizeAndZoom)
 
     // R adds to the zoomed page: the kept zoom is drawn again rather than lost.
     revision = f.page(1)->revision;
-    ASSERT_TRUE(f.run(QStringLiteral("points(3, 20, col = \"red\")")).ok);
+    ASSERT_TRUE(f.run(u"points(3, 20, col = \"red\")"_qs).ok);
     ASSERT_TRUE(f.redrawn(1, revision));
     ASSERT_TRUE(f.idle());
     EXPECT_EQ(f.page(1)->zoom, zoom);
@@ -134,7 +134,7 @@ TEST(WorkspacePlots, RemovalClearingAndHundredPages)
     PlotWorkspace f;
     Workspace &w = f.workspace;
     ASSERT_TRUE(f.start());
-    ASSERT_TRUE(f.run(QStringLiteral("for (i in 1:100) plot(i, main = i)")).ok);
+    ASSERT_TRUE(f.run(u"for (i in 1:100) plot(i, main = i)"_qs).ok);
     ASSERT_EQ(w.plots().store().pages().size(), 100);
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(w.plots().store().pages()[i].id, i + 1);
@@ -145,8 +145,7 @@ TEST(WorkspacePlots, RemovalClearingAndHundredPages)
     w.plots().remove(100);
     EXPECT_EQ(w.plots().store().selectedPage(), 99);
     ASSERT_TRUE(f.idle());
-    EXPECT_EQ(f.printed(QStringLiteral("cat(exists(\"100\", envir = .vesk$plotPages))")),
-              QStringLiteral("FALSE"));
+    EXPECT_EQ(f.printed(u"cat(exists(\"100\", envir = .vesk$plotPages))"_qs), u"FALSE"_qs);
     w.plots().store().step(-1);
     w.plots().remove(50);
     EXPECT_EQ(w.plots().store().selectedPage(), 98) << "removing another page keeps the selection";
@@ -154,16 +153,16 @@ TEST(WorkspacePlots, RemovalClearingAndHundredPages)
     w.plots().clear();
     EXPECT_TRUE(w.plots().store().pages().isEmpty());
     EXPECT_FALSE(w.plots().store().selectedPage());
-    ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
+    ASSERT_TRUE(f.run(u"plot(1)"_qs).ok);
     ASSERT_EQ(w.plots().store().pages().size(), 1);
     EXPECT_EQ(w.plots().store().pages()[0].id, 101) << "the kernel never gives a number out twice";
-    EXPECT_EQ(f.printed(QStringLiteral("cat(ls(.vesk$plotPages))")), QStringLiteral("101"));
+    EXPECT_EQ(f.printed(u"cat(ls(.vesk$plotPages))"_qs), u"101"_qs);
 
     // A restart starts a new history.
     w.restartR();
     EXPECT_TRUE(w.plots().store().pages().isEmpty());
     ASSERT_TRUE(f.idle());
-    ASSERT_TRUE(f.run(QStringLiteral("plot(1)")).ok);
+    ASSERT_TRUE(f.run(u"plot(1)"_qs).ok);
     EXPECT_EQ(w.plots().store().selectedPage(), 1);
 }
 
@@ -177,37 +176,35 @@ TEST(WorkspacePlots, ThemeAndExport)
     w.plots().accent = [] { return QColor(0x8E, 0x8E, 0x93); };
     ASSERT_TRUE(f.start());
     ASSERT_GE(w.plots().appliedTheme().size(), 3);
-    EXPECT_EQ(w.plots().appliedTheme()[1], QStringLiteral("#007AFF"));
-    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$accent, .vesk$plotTheme$palette[1:2])")),
-              QStringLiteral("#007AFF #007AFF #007AFF"));
+    EXPECT_EQ(w.plots().appliedTheme()[1], u"#007AFF"_qs);
+    EXPECT_EQ(f.printed(u"cat(.vesk$plotTheme$accent, .vesk$plotTheme$palette[1:2])"_qs),
+              u"#007AFF #007AFF #007AFF"_qs);
 
     // Nothing changed: nothing is sent (what R was told meanwhile stays).
-    ASSERT_TRUE(f.run(QStringLiteral(".vesk$plotTheme$accent <- \"#123456\"")).ok);
+    ASSERT_TRUE(f.run(u".vesk$plotTheme$accent <- \"#123456\""_qs).ok);
     w.plots().refreshTheme();
     ASSERT_TRUE(f.idle());
-    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$accent)")), QStringLiteral("#123456"));
+    EXPECT_EQ(f.printed(u"cat(.vesk$plotTheme$accent)"_qs), u"#123456"_qs);
 
     // A setting change reaches R; so does a new accent.
     f.settings.setValue(Settings::modernPlots, false);
     ASSERT_TRUE(f.idle());
-    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$modern)")), QStringLiteral("FALSE"));
+    EXPECT_EQ(f.printed(u"cat(.vesk$plotTheme$modern)"_qs), u"FALSE"_qs);
     w.plots().accent = [] { return QColor(0xE0, 0x10, 0x20); };
     f.settings.setValue(Settings::modernPlots, true);
     w.plots().refreshTheme();
     ASSERT_TRUE(f.idle());
-    EXPECT_EQ(f.printed(QStringLiteral("cat(.vesk$plotTheme$modern, .vesk$plotTheme$accent)")),
-              QStringLiteral("TRUE #E01020"));
+    EXPECT_EQ(f.printed(u"cat(.vesk$plotTheme$modern, .vesk$plotTheme$accent)"_qs), u"TRUE #E01020"_qs);
 
     // Export of a zoomed page: the file has the pixels the resolution implies, and the resolution
     // becomes the setting.
-    ASSERT_TRUE(f.run(QStringLiteral("plot(cars)")).ok);
+    ASSERT_TRUE(f.run(u"plot(cars)"_qs).ok);
     const int page = *w.plots().store().selectedPage();
     w.plots().zoom(page, PlotZoom{{5, 15}, {0, 40}});
     ASSERT_TRUE(f.idle());
     std::optional<bool> exported;
-    const QString png = f.dir.filePath(QStringLiteral("cars.png"));
-    w.plots().exportImage(page, png, QStringLiteral("png"), QSizeF(504, 360), 300,
-                          [&](bool ok) { exported = ok; });
+    const QString png = f.dir.filePath(u"cars.png"_qs);
+    w.plots().exportImage(page, png, u"png"_qs, QSizeF(504, 360), 300, [&](bool ok) { exported = ok; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
     EXPECT_TRUE(*exported);
     EXPECT_EQ(QImage(png).size(), QSize(2100, 1500)); // 7 by 5 inches at 300 DPI
@@ -216,12 +213,12 @@ TEST(WorkspacePlots, ThemeAndExport)
     EXPECT_TRUE(alerts.isEmpty());
 
     exported.reset();
-    w.plots().exportImage(page, f.dir.filePath(QStringLiteral("missing/folder/cars.pdf")),
-                          QStringLiteral("pdf"), QSizeF(504, 360), 144, [&](bool ok) { exported = ok; });
+    w.plots().exportImage(page, f.dir.filePath(u"missing/folder/cars.pdf"_qs), u"pdf"_qs, QSizeF(504, 360),
+                          144, [&](bool ok) { exported = ok; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return exported.has_value(); }, 30s));
     EXPECT_FALSE(*exported);
     ASSERT_EQ(alerts.size(), 1);
-    EXPECT_EQ(alerts[0].title, QStringLiteral("The plot could not be exported."));
+    EXPECT_EQ(alerts[0].title, u"The plot could not be exported."_qs);
 }
 
 TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
@@ -237,7 +234,7 @@ TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
     // The labelled suggestion runs its longer code.
     QPushButton *boxplot = nullptr;
     for (QPushButton *button : pane.emptyState()->findChildren<QPushButton *>())
-        if (button->text() == QStringLiteral("boxplot(len ~ supp, ToothGrowth)"))
+        if (button->text() == u"boxplot(len ~ supp, ToothGrowth)"_qs)
             boxplot = button;
     ASSERT_TRUE(boxplot);
     boxplot->click();
@@ -245,14 +242,12 @@ TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
     ASSERT_TRUE(f.idle());
     const QList<ConsoleModel::Cell> &cells = f.workspace.console().cells();
     EXPECT_TRUE(std::any_of(cells.begin(), cells.end(), [](const ConsoleModel::Cell &cell) {
-        return cell.code == QStringLiteral("boxplot(len ~ supp, data = ToothGrowth)");
+        return cell.code == u"boxplot(len ~ supp, data = ToothGrowth)"_qs;
     }));
     QApplication::processEvents();
     EXPECT_FALSE(pane.emptyState()->isVisible());
 
-    const auto leftovers = [] {
-        return QDir::temp().entryList({QStringLiteral("vesk-plot-*.pdf")}, QDir::Files);
-    };
+    const auto leftovers = [] { return QDir::temp().entryList({u"vesk-plot-*.pdf"_qs}, QDir::Files); };
     const QStringList before = leftovers();
     const auto open = [&](bool &settled) {
         PlotWindow *window = pane.openInWindow();
@@ -263,7 +258,7 @@ TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
     bool settled = false;
     PlotWindow *window = open(settled);
     ASSERT_TRUE(window);
-    EXPECT_EQ(window->windowTitle(), QStringLiteral("Plot 1"));
+    EXPECT_EQ(window->windowTitle(), u"Plot 1"_qs);
     EXPECT_FALSE(window->showsVector()) << "the picture shows at once";
     ASSERT_TRUE(TestSupport::waitUntil([&] { return settled; }, 30s));
     EXPECT_TRUE(window->showsVector());
@@ -271,7 +266,7 @@ TEST(WorkspacePlots, PaneSuggestionAndWindowWithRsVectorDrawing)
 
     // R no longer knows the page: the export fails, the window keeps the picture, no file is left.
     bool removed = false;
-    f.workspace.session().request(QStringLiteral("removePlot"), {RArgument(1)}, {},
+    f.workspace.session().request(u"removePlot"_qs, {RArgument(1)}, {},
                                   [&](const RRequestResult &) { removed = true; });
     ASSERT_TRUE(TestSupport::waitUntil([&] { return removed; }, 30s));
     settled = false;

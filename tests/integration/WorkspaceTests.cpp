@@ -16,9 +16,9 @@ TEST(WorkspaceLive, RunsCodeIntoCellsAndAppliesSettings)
 {
     LiveWorkspace f;
     ASSERT_TRUE(f.start());
-    EXPECT_TRUE(f.lastNote().endsWith(QStringLiteral(" is ready."))) << f.lastNote().toStdString();
+    EXPECT_TRUE(f.lastNote().endsWith(u" is ready."_qs)) << f.lastNote().toStdString();
 
-    const ExecResult made = f.run(QStringLiteral("x <- 1:10; warning(\"careful\"); message(\"hi\")"));
+    const ExecResult made = f.run(u"x <- 1:10; warning(\"careful\"); message(\"hi\")"_qs);
     EXPECT_TRUE(made.ok);
     f.workspace.console().flush();
     QList<ConsoleModel::Item::Kind> kinds;
@@ -27,18 +27,18 @@ TEST(WorkspaceLive, RunsCodeIntoCellsAndAppliesSettings)
     EXPECT_TRUE(kinds.contains(ConsoleModel::Item::Kind::Warning));
     EXPECT_TRUE(kinds.contains(ConsoleModel::Item::Kind::Message));
     ASSERT_TRUE(TestSupport::waitUntil([&] { return !f.workspace.environment().isEmpty(); }));
-    EXPECT_EQ(f.workspace.environment().first().name, QStringLiteral("x"));
+    EXPECT_EQ(f.workspace.environment().first().name, u"x"_qs);
 
-    const ExecResult failed = f.run(QStringLiteral("stop(\"boom\")"));
+    const ExecResult failed = f.run(u"stop(\"boom\")"_qs);
     EXPECT_FALSE(failed.ok);
     EXPECT_EQ(f.workspace.console().cells().last().state, ConsoleModel::Cell::State::Failed);
     ASSERT_TRUE(f.workspace.console().lastError().has_value());
-    EXPECT_EQ(f.workspace.console().lastError()->message, QStringLiteral("boom"));
+    EXPECT_EQ(f.workspace.console().lastError()->message, u"boom"_qs);
 
     // A changed setting reaches R at once.
     f.settings.setValue(Settings::digits, 3);
     ASSERT_TRUE(f.idle());
-    EXPECT_TRUE(f.run(QStringLiteral("getOption(\"digits\")")).output.contains(QStringLiteral("[1] 3")));
+    EXPECT_TRUE(f.run(u"getOption(\"digits\")"_qs).output.contains(u"[1] 3"_qs));
     f.workspace.shutDown();
 }
 
@@ -47,24 +47,24 @@ TEST(WorkspaceLive, QuitAndCrashesRestartUntilTheLimit)
     LiveWorkspace f;
     ASSERT_TRUE(f.start());
 
-    f.run(QStringLiteral("q()"));
+    f.run(u"q()"_qs);
     ASSERT_TRUE(TestSupport::waitUntil(
-        [&] { return f.lastNote() == QStringLiteral("R session ended. Starting a new session…"); }));
+        [&] { return f.lastNote() == u"R session ended. Starting a new session…"_qs; }));
     ASSERT_TRUE(f.idle());
 
     // Three kills within a minute bring R back three times... (the quit above counts as one).
     for (int i = 0; i < 2; ++i) {
         ASSERT_TRUE(f.workspace.session().info().has_value());
-        const qsizetype restarts = f.notes(QStringLiteral("Starting a new session…"));
+        const qsizetype restarts = f.notes(u"Starting a new session…"_qs);
         ::kill(f.workspace.session().info()->pid, SIGKILL);
         ASSERT_TRUE(TestSupport::waitUntil(
-            [&] { return f.notes(QStringLiteral("Starting a new session…")) == restarts + 1; }, 30s));
+            [&] { return f.notes(u"Starting a new session…"_qs) == restarts + 1; }, 30s));
         ASSERT_TRUE(f.idle());
     }
     // ...and the next one leaves it down.
     ::kill(f.workspace.session().info()->pid, SIGKILL);
     ASSERT_TRUE(TestSupport::waitUntil(
-        [&] { return f.lastNote().endsWith(QStringLiteral("Use Session › Restart R when you’re ready.")); }));
+        [&] { return f.lastNote().endsWith(u"Use Session › Restart R when you’re ready."_qs); }));
     TestSupport::spin(500ms);
     EXPECT_EQ(f.workspace.session().status().kind, RSessionStatus::Kind::Stopped);
 
@@ -76,7 +76,7 @@ TEST(WorkspaceLive, QuitAndCrashesRestartUntilTheLimit)
 TEST(WorkspaceLive, AProjectsDataViewsHoldWhatTheyShowUntilTheirTabsClose)
 {
     LiveWorkspace live;
-    const QString project = live.dir.filePath(QStringLiteral("project"));
+    const QString project = live.dir.filePath(u"project"_qs);
     ASSERT_TRUE(QDir().mkpath(project));
     live.workspace.openProject(project);
     ASSERT_TRUE(live.idle());
@@ -85,7 +85,7 @@ TEST(WorkspaceLive, AProjectsDataViewsHoldWhatTheyShowUntilTheirTabsClose)
 
     const auto classOf = [&](const QString &expr) {
         std::optional<RRequestResult> answer;
-        live.workspace.session().request(QStringLiteral("inspect"), {RArgument(expr)}, {},
+        live.workspace.session().request(u"inspect"_qs, {RArgument(expr)}, {},
                                          [&](const RRequestResult &result) { answer = result; });
         TestSupport::waitUntil([&] { return answer.has_value(); }, 30s);
         return answer && answer->ok() ? answer->value()[u"class"][0].stringValue().value_or(QString())
@@ -97,8 +97,8 @@ TEST(WorkspaceLive, AProjectsDataViewsHoldWhatTheyShowUntilTheirTabsClose)
         bool held;
         QString classAfterClosing;
     } cases[] = {
-        {QStringLiteral("cars2 <- cars; View(cars2)"), false, QStringLiteral("data.frame")},
-        {QStringLiteral("View(head(cars), \"Top\")"), true, QStringLiteral("NULL")},
+        {u"cars2 <- cars; View(cars2)"_qs, false, u"data.frame"_qs},
+        {u"View(head(cars), \"Top\")"_qs, true, u"NULL"_qs},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.code.toStdString());
@@ -109,7 +109,7 @@ TEST(WorkspaceLive, AProjectsDataViewsHoldWhatTheyShowUntilTheirTabsClose)
         const QUuid id = view->id();
         const QString expr = view->expr();
         EXPECT_EQ(view->holdsPinnedObject(), c.held);
-        EXPECT_EQ(classOf(expr), QStringLiteral("data.frame"));
+        EXPECT_EQ(classOf(expr), u"data.frame"_qs);
         documents.close(id);
         EXPECT_FALSE(documents.item(id));
         EXPECT_EQ(classOf(expr), c.classAfterClosing);
