@@ -5,6 +5,7 @@
 #include "ClaudeCLILocator.h"
 #include "PosixChild.h"
 #include "SerialQueue.h"
+#include "TextUnits.h"
 
 #include <QDir>
 #include <QFile>
@@ -184,7 +185,8 @@ void readLoop(std::shared_ptr<ClaudeCodeProcess::Shared> shared, int outFd, int 
                 shared->queue.submit([shared, bytes = std::move(bytes)] { shared->consume(bytes); });
             else
                 shared->queue.submit([shared, bytes = std::move(bytes)] {
-                    shared->deliver({AgentStreamEvent{AgentStreamEvent::Stderr{QString::fromUtf8(bytes)}}});
+                    shared->deliver(
+                        {AgentStreamEvent{AgentStreamEvent::Stderr{TextUnits::decodeUTF8(bytes)}}});
                 });
         } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
             ::close(fd);

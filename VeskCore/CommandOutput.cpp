@@ -1,6 +1,7 @@
 #include "CommandOutput.h"
 
 #include "PosixChild.h"
+#include "TextUnits.h"
 
 #include <QByteArray>
 
@@ -70,7 +71,7 @@ std::optional<QString> run(const QStringList &arguments, const std::optional<QSt
     PosixChild::wait(child.pid());
     if (overran)
         return std::nullopt;
-    return QString::fromUtf8(output);
+    return TextUnits::decodeUTF8(output);
 }
 
 } // namespace CommandOutput

@@ -2,18 +2,9 @@
 
 #include "OutputChunks.h"
 
-#include <QStringDecoder>
+#include "TextUnits.h"
 
-namespace {
-
-// QString::fromUtf8 would drop a byte order mark at the start of the head or the tail; output keeps it.
-QString decoded(QByteArrayView utf8)
-{
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
-    return decoder.decode(utf8);
-}
-
-} // namespace
+using TextUnits::decodeUTF8;
 
 HeadTailText::HeadTailText(qsizetype headLimit, qsizetype tailLimit)
     : m_headLimit(qMax<qsizetype>(0, headLimit)), m_tailLimit(qMax<qsizetype>(1, tailLimit))
@@ -60,13 +51,13 @@ QString HeadTailText::text() const
     qsizetype droppedLines = m_droppedLines;
     trim(tail, droppedBytes, droppedLines);
     if (droppedBytes == 0)
-        return decoded(m_head + tail);
+        return decodeUTF8(m_head + tail);
     QString marker = QStringLiteral("… %1 %2 of output omitted …\n")
                          .arg(droppedLines)
                          .arg(droppedLines == 1 ? QStringLiteral("line") : QStringLiteral("lines"));
     if (!m_head.endsWith('\n'))
         marker.prepend(u'\n');
-    return decoded(m_head) + marker + decoded(tail);
+    return decodeUTF8(m_head) + marker + decodeUTF8(tail);
 }
 
 bool HeadTailText::isTruncated() const

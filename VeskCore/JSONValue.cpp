@@ -172,7 +172,7 @@ private:
         const char *runStart = m_p;
         auto flushRun = [&](const char *runEnd) {
             if (runEnd > runStart)
-                out.append(QString::fromUtf8(runStart, runEnd - runStart));
+                out.append(TextUnits::decodeUTF8(QByteArrayView(runStart, runEnd - runStart)));
         };
         while (m_p < m_end) {
             const unsigned char c = static_cast<unsigned char>(*m_p);

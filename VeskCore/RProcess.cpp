@@ -3,6 +3,7 @@
 #include "PosixChild.h"
 #include "RLiteral.h"
 #include "SerialQueue.h"
+#include "TextUnits.h"
 #include "ToolLocator.h"
 
 #include <QMetaObject>
@@ -163,7 +164,7 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
                 }
                 shared->deliver(asStdout(std::move(events)));
             } else
-                shared->deliver({RProcessEvent::makeStderr(QString::fromUtf8(bytes))});
+                shared->deliver({RProcessEvent::makeStderr(TextUnits::decodeUTF8(bytes))});
         } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
             ::close(fd);
             fd = -1;

@@ -1,5 +1,7 @@
 #include "RStreamParser.h"
 
+#include "TextUnits.h"
+
 #include <QRandomGenerator>
 
 #include <cstdio>
@@ -84,7 +86,7 @@ QList<RStreamEvent> RStreamParser::feed(QByteArrayView bytes)
     m_bytes.append(bytes.data(), bytes.size());
     const qsizetype complete = completePrefix(m_bytes);
     if (complete > 0) {
-        m_buffer.append(QString::fromUtf8(m_bytes.constData(), complete));
+        m_buffer.append(TextUnits::decodeUTF8(QByteArrayView(m_bytes.constData(), complete)));
         m_bytes.remove(0, complete);
     }
     drain(events);
@@ -95,7 +97,7 @@ QList<RStreamEvent> RStreamParser::flush()
 {
     QList<RStreamEvent> events;
     if (!m_bytes.isEmpty()) {
-        m_buffer.append(QString::fromUtf8(m_bytes));
+        m_buffer.append(TextUnits::decodeUTF8(m_bytes));
         m_bytes.clear();
     }
     if (!m_buffer.isEmpty()) {

@@ -1,7 +1,10 @@
-// Small measures of text shared by the parsers and the session: the value of a hex digit, and
-// whether text fits a byte budget once encoded as UTF-8.
+// Small measures of text shared by the parsers and the session: the value of a hex digit, whether
+// text fits a byte budget once encoded as UTF-8, and decoding UTF-8 pieces.
 #pragma once
 
+#include <QByteArrayView>
+#include <QString>
+#include <QStringDecoder>
 #include <QStringView>
 
 namespace TextUnits {
@@ -27,6 +30,15 @@ inline bool fitsUTF8(QStringView text, qsizetype bytes)
     if (text.size() * 3 <= bytes)
         return true;
     return text.toUtf8().size() <= bytes;
+}
+
+// UTF-8 to text, invalid sequences as U+FFFD. Unlike QString::fromUtf8 it keeps a byte order mark
+// at the start: a piece of a stream, of a JSON string or of a line may well begin with U+FEFF.
+inline QString decodeUTF8(QByteArrayView utf8)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    return decoder.decode(utf8);
 }
 
 } // namespace TextUnits
