@@ -144,7 +144,7 @@ TEST(AgentStreamParser, ReadsEachKindOfLineByItsKeysAndTakesWrongTypesAsAbsent)
          {}},
         {R"({"type":"stream_event","event":{"type":"content_block_delta","delta":"text_delta"}})", {}},
         {R"({"type":"stream_event","event":{"type":"message_stop"}})", {}},
-        // stream events in shapes the skim leaves to the general way, or must read as the reader does
+        // escaped keys and values read as the JSON reader reads them
         {R"({"typ\u0065":"stream_event","event":{"type":"message_start"}})", {{Event::MessageStarted{}}}},
         {R"({"type":"stream_\u0065vent","event":{"type":"message_start"}})", {{Event::MessageStarted{}}}},
         {R"({"type":"stream_event","event":{"type":"message_st\u0061rt"}})", {{Event::MessageStarted{}}}},
@@ -227,9 +227,6 @@ TEST(AgentStreamParser, ReadsEachKindOfLineByItsKeysAndTakesWrongTypesAsAbsent)
         SCOPED_TRACE(c.line);
         EXPECT_EQ(AgentStreamParser::parse(QByteArrayView(c.line)), c.events);
         EXPECT_EQ(AgentStreamParser::parse(QString::fromUtf8(c.line)), c.events);
-        const std::optional<JSONValue> value = JSONValue::parse(QByteArrayView(c.line));
-        EXPECT_EQ(value ? AgentStreamParser::eventsOf(*value) : QList<Event>(), c.events)
-            << "the general way";
     }
 }
 
