@@ -100,7 +100,7 @@ bool RSourceModel::isDirty(qsizetype line) const
     return false;
 }
 
-qsizetype RSourceModel::relex(const QString &text, const Visit &visit)
+qsizetype RSourceModel::relex(const QString &text, const Visit &visit, const Proceed &proceed)
 {
     qsizetype lexed = 0;
     const qsizetype count = lineCount();
@@ -114,6 +114,11 @@ qsizetype RSourceModel::relex(const QString &text, const Visit &visit)
         qsizetype line = m_dirty.front().first;
         RLineState state = m_states[line];
         for (;;) {
+            if (proceed && !proceed(line)) {
+                // The walk may have carried a changed state past the dirty lines.
+                addDirty(line, line);
+                return lexed;
+            }
             const RLineLexer::Line lexedLine = RLineLexer::lex(line, m_lines, text, m_language, state);
             ++lexed;
             if (visit)

@@ -19,6 +19,8 @@
 class RSourceModel {
 public:
     using Visit = std::function<void(qsizetype line, RTextRange range, const QList<RToken> &tokens)>;
+    // Asked before each line is lexed; false ends the pass with that line still dirty.
+    using Proceed = std::function<bool(qsizetype line)>;
 
     explicit RSourceModel(RSourceLanguage language = RSourceLanguage::r);
 
@@ -34,8 +36,9 @@ public:
     // `range` is the edited range of the old text, `text` the text after the edit.
     void replaceCharacters(RTextRange range, qsizetype newLength, const QString &text);
     // Re-lexes what the edits made dirty, and on down while end states differ from the stored
-    // ones; returns the number of lines lexed.
-    qsizetype relex(const QString &text, const Visit &visit = {});
+    // ones; returns the number of lines lexed. A pass that `proceed` ends early leaves the rest
+    // dirty, so every line above the first dirty one is then exactly what a fresh lexing gives.
+    qsizetype relex(const QString &text, const Visit &visit = {}, const Proceed &proceed = {});
     std::unique_ptr<RSourceSnapshot> snapshot(const QString &text) const;
 
     RLineState startState(qsizetype line) const;

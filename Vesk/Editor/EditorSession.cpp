@@ -7,6 +7,7 @@
 #include "RTyping.h"
 
 #include <QAbstractTextDocumentLayout>
+#include <QElapsedTimer>
 #include <QTextBlock>
 #include <QTextDocument>
 #include <QTextLayout>
@@ -33,6 +34,16 @@ void toLineFeeds(QString &text)
     text.replace(QChar::ParagraphSeparator, u'\n');
 }
 
+// Shown lines this far below the first dirty line are styled from a lexed copy of the model: lexing
+// alone is about four times cheaper than lexing and styling every line above them.
+constexpr qsizetype aheadLimit = 2000;
+
+// Whether a styling pass that began at `timer` may go on at `line`; the clock is read every 32 lines.
+bool withinSlice(const QElapsedTimer &timer, qsizetype line)
+{
+    return (line & 31) != 0 || timer.nsecsElapsed() < qint64(EditorSession::sliceMilliseconds) * 1000000;
+}
+
 } // namespace
 
 EditorSession::EditorSession(QTextDocument *document, EditorMode mode, QObject *parent)
@@ -47,6 +58,9 @@ EditorSession::EditorSession(QTextDocument *document, EditorMode mode, QObject *
     // gets the default one here.
     m_document->documentLayout();
     connect(m_document, &QTextDocument::contentsChange, this, &EditorSession::contentsChanged);
+    m_styleSlice.setSingleShot(true);
+    m_styleSlice.setInterval(0);
+    connect(&m_styleSlice, &QTimer::timeout, this, &EditorSession::styleSlice);
     restyleDirtyLines();
 }
 
@@ -164,12 +178,50 @@ void EditorSession::restyleDirtyLines()
 {
     if (m_model.isClean() || m_styling || (isComposing && isComposing()))
         return;
+    qsizetype mustReach = -1;
+    if (visibleLines) {
+        const auto [first, last] = visibleLines();
+        if (m_model.dirty().front().first + aheadLimit < first)
+            styleShownLinesAhead(first, last);
+        else
+            mustReach = last;
+    }
+    QElapsedTimer timer;
+    timer.start();
+    styleDirty([&](qsizetype line) { return line <= mustReach || withinSlice(timer, line); });
+    if (!m_model.isClean())
+        m_styleSlice.start();
+}
+
+void EditorSession::styleSlice()
+{
+    if (m_model.isClean() || m_styling || (isComposing && isComposing()))
+        return;
+    QElapsedTimer timer;
+    timer.start();
+    styleDirty([&](qsizetype line) { return withinSlice(timer, line); });
+    if (!m_model.isClean())
+        m_styleSlice.start();
+}
+
+void EditorSession::finishStyling()
+{
+    if (m_styling || (isComposing && isComposing()))
+        return;
+    styleDirty({});
+    m_styleSlice.stop();
+}
+
+void EditorSession::styleDirty(const RSourceModel::Proceed &proceed)
+{
+    if (m_model.isClean() || !m_document)
+        return;
     m_styling = true;
     QTextBlock block;
     qsizetype blockLine = -1;
     qsizetype dirtyFrom = -1;
     qsizetype dirtyTo = -1;
-    m_model.relex(m_text, [&](qsizetype line, RTextRange, const QList<RToken> &tokens) {
+    const auto visit = [&](qsizetype line, RTextRange, const QList<RToken> &tokens) {
         block = (blockLine >= 0 && line == blockLine + 1) ? block.next()
                                                           : m_document->findBlockByNumber(int(line));
         blockLine = line;
@@ -179,12 +231,31 @@ void EditorSession::restyleDirtyLines()
         if (dirtyFrom < 0)
             dirtyFrom = block.position();
         dirtyTo = block.position() + block.length();
-    });
+    };
+    m_model.relex(m_text, visit, proceed);
     // One notice to the layout for the whole stretch: a block relaid per line would cost a layout
     // pass per line when a whole file is styled.
     if (dirtyFrom >= 0)
         m_document->markContentsDirty(int(dirtyFrom), int(dirtyTo - dirtyFrom));
     m_styling = false;
+}
+
+void EditorSession::styleShownLinesAhead(qsizetype first, qsizetype last)
+{
+    // The model keeps these lines dirty; the slice that reaches them gives them the same formats.
+    RSourceModel copy = m_model;
+    copy.relex(m_text, {}, [last](qsizetype line) { return line <= last; });
+    first = std::clamp<qsizetype>(first, 0, copy.lineCount() - 1);
+    last = std::clamp<qsizetype>(last, first, copy.lineCount() - 1);
+    QTextBlock block = m_document->findBlockByNumber(int(first));
+    const qsizetype from = block.position();
+    qsizetype to = from;
+    for (qsizetype line = first; line <= last && block.isValid(); ++line, block = block.next()) {
+        styleBlock(block, copy.tokens(line, m_text));
+        to = block.position() + block.length();
+    }
+    if (to > from)
+        m_document->markContentsDirty(int(from), int(to - from));
 }
 
 void EditorSession::styleBlock(const QTextBlock &block, const QList<RToken> &tokens)
@@ -221,8 +292,10 @@ void EditorSession::loadText(const QString &text)
     m_document->setPlainText(normalized);
     m_document->clearUndoRedoStacks();
     m_applyingExternalText = false;
-    m_text = m_document->toRawText();
-    toLineFeeds(m_text);
+    // The document breaks blocks at these as well; reading its text back would cost a copy of it.
+    for (const char16_t separator : {char16_t(QChar::ParagraphSeparator), char16_t(0xFDD0), char16_t(0xFDD1)})
+        normalized.replace(QChar(separator), u'\n');
+    m_text = std::move(normalized);
     m_lastSyncedText = m_text;
     m_textNeedsSync = false;
     m_breakpoints.clear();

@@ -1,5 +1,6 @@
 // The logic behind one code editor: ties a text document to an RSourceModel, restyles the lines that
-// an edit made dirty, keeps the outside text in step, and gives the keys their R-aware behaviour.
+// an edit made dirty (the shown ones at once, the rest in short slices from the event loop), keeps
+// the outside text in step, and gives the keys their R-aware behaviour.
 // It works on a QTextDocument alone; a view lends it its caret, so that the same session serves the
 // script editor, the console input and read-only snippets, and can be driven without a window.
 #pragma once
@@ -15,6 +16,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QTextCursor>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -53,6 +55,8 @@ public:
     std::function<bool()> isComposing;
     // Scrolls the caret into view; set by a view.
     std::function<void()> revealCaret;
+    // The first and last line a view shows; without a view no line is shown first.
+    std::function<std::pair<qsizetype, qsizetype>()> visibleLines;
     QTextCursor textCursor() const;
     void setTextCursor(const QTextCursor &cursor);
     RTextRange selection() const;
@@ -67,12 +71,18 @@ public:
     std::function<void(EditorCommand)> onCommand;
     std::function<std::optional<QString>(bool up)> onHistory;
 
-    // Replaces the whole text from outside: no undo step, a full restyle, nothing written back.
+    // Replaces the whole text from outside: no undo step, nothing written back; the shown lines are
+    // styled when it returns, the rest follows in slices.
     void loadText(const QString &text);
-    // Restyles and writes the text out now; every command calls it first.
+    // Restyles the shown lines and writes the text out now; every command calls it first.
     void flushPendingChanges();
+    // Styles the dirty lines that are shown, then goes on for at most one slice's time; what is left
+    // is styled in later slices, each of at most `sliceMilliseconds` on the main thread.
     void restyleDirtyLines();
+    // Styles every dirty line now.
+    void finishStyling();
     void restyleAll();
+    static constexpr int sliceMilliseconds = 5;
     // A snapshot of the current text, after bringing the styling up to date.
     std::unique_ptr<RSourceSnapshot> snapshot();
 
@@ -131,6 +141,9 @@ private:
     void syncTextToBinding();
     void performDeferredUpdate();
     void styleBlock(const QTextBlock &block, const QList<RToken> &tokens);
+    void styleDirty(const RSourceModel::Proceed &proceed);
+    void styleShownLinesAhead(qsizetype first, qsizetype last);
+    void styleSlice();
     void shiftBreakpoints(qsizetype line, qsizetype removedLines, qsizetype insertedLines);
     bool applyIfChanged(const RTextEdit &edit);
     void insertSoftTab();
@@ -148,6 +161,7 @@ private:
     bool m_applyingExternalText = false;
     bool m_styling = false;
     bool m_deferredUpdateScheduled = false;
+    QTimer m_styleSlice;
     std::set<qsizetype> m_breakpoints;
     qsizetype m_cursorLine = 0;
     qsizetype m_cursorColumn = 0;

@@ -140,6 +140,41 @@ TEST(RSourceModel, RandomEditsLeaveWhatAFreshLexingGives)
     }
 }
 
+TEST(RSourceModel, RelexInSlicesIsFreshAboveTheFirstDirtyLineAndInTheEnd)
+{
+    // Slices of a few lines with edits between them, as the editor styles a large file while the
+    // user types: whatever a slice leaves behind, the lines above the first dirty one are final.
+    const QStringList pieces = {u"\""_qs,       u"'"_qs,     u"\n"_qs, u"r\"("_qs,       u")\""_qs,
+                                u"```{r}\n"_qs, u"```\n"_qs, u"x"_qs,  u"# a ----\n"_qs, u"{\n"_qs};
+    for (RSourceLanguage language : {RSourceLanguage::r, RSourceLanguage::rMarkdown}) {
+        QRandomGenerator random(11 + int(language));
+        QString initial;
+        for (int i = 0; i < 60; ++i)
+            initial += u"```{r}\nx <- \"a\" # n\n```\ntext\n"_qs;
+        Edited edited(initial, language);
+        for (int round = 0; round < 400; ++round) {
+            const qsizetype at = random.bounded(int(edited.text.size() + 1));
+            const QString with = pieces[random.bounded(int(pieces.size()))];
+            edited.text.insert(at, with);
+            edited.model.replaceCharacters(RTextRange{at, 0}, with.size(), edited.text);
+            const qsizetype budget = 1 + random.bounded(40);
+            qsizetype asked = 0;
+            const qsizetype lexed =
+                edited.model.relex(edited.text, {}, [&](qsizetype) { return asked++ < budget; });
+            ASSERT_LE(lexed, budget);
+            const Fresh fresh = freshLexing(edited.text, language);
+            const qsizetype firstDirty =
+                edited.model.isClean() ? edited.model.lineCount() : edited.model.dirty().front().first;
+            ASSERT_EQ(edited.model.states().mid(0, firstDirty + 1), fresh.states.mid(0, firstDirty + 1))
+                << "round " << round;
+            if (round % 10 == 9) {
+                edited.model.relex(edited.text);
+                ASSERT_EQ(edited.model.states(), fresh.states) << "round " << round;
+            }
+        }
+    }
+}
+
 TEST(RSourceModel, RelexVisitsOnlyWhatChanged)
 {
     QString text;

@@ -20,6 +20,7 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QRandomGenerator>
+#include <QScrollBar>
 #include <QTextBlock>
 #include <QTextLayout>
 
@@ -466,4 +467,70 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
               QStringLiteral("browseURL(rmarkdown::render(\"%1\", envir = new.env(parent = globalenv()), "
                              "quiet = TRUE))")
                   .arg(report));
+}
+
+namespace {
+
+// Every block's formats, as the layouts hold them.
+QList<QList<QTextLayout::FormatRange>> blockFormats(const QTextDocument *document)
+{
+    QList<QList<QTextLayout::FormatRange>> formats;
+    for (QTextBlock block = document->firstBlock(); block.isValid(); block = block.next())
+        formats.append(block.layout()->formats());
+    return formats;
+}
+
+// The formats of a fresh, complete styling of `text`.
+QList<QList<QTextLayout::FormatRange>> freshFormats(const QString &text, const EditorTheme &theme)
+{
+    QTextDocument document;
+    EditorSession session(&document, EditorMode::document);
+    session.setTheme(theme);
+    session.loadText(text);
+    session.finishStyling();
+    return blockFormats(&document);
+}
+
+} // namespace
+
+TEST(CodeEditorView, ALargeScriptShowsStyledAtOnceAndEndsAsAFreshStyling)
+{
+    EditorFixture f;
+    QString script;
+    for (int i = 0; i < 20000; ++i)
+        script += u"x%1 <- c(%1, \"s\") # note\n"_qs.arg(i);
+    // Units the document also breaks blocks at, or keeps as they are.
+    script.insert(40, u"\u2029a\u2028b\u00a0"_qs);
+    QTextDocument *document = f.editor()->document();
+    const EditorTheme theme = f.session()->theme();
+    const auto shownAreFresh = [&](const char *when) {
+        const auto fresh = freshFormats(f.session()->text(), theme);
+        const auto [first, last] = f.session()->visibleLines();
+        const auto now = blockFormats(document);
+        for (qsizetype line = first; line <= std::min<qsizetype>(last, now.size() - 1); ++line)
+            ASSERT_EQ(now[line], fresh[line]) << when << ", line " << line;
+    };
+
+    f.load(script);
+    QString raw = document->toRawText();
+    raw.replace(QChar::ParagraphSeparator, u'\n');
+    EXPECT_EQ(f.session()->text(), raw);
+    shownAreFresh("after the open");
+
+    // A quote at the top while the rest is still being styled, and one far down after a scroll.
+    f.session()->setSelection(0);
+    f.press(Qt::Key_QuoteDbl, Qt::NoModifier, u"\""_qs);
+    shownAreFresh("after the quote");
+    QApplication::processEvents();
+    f.editor()->verticalScrollBar()->setValue(f.editor()->verticalScrollBar()->maximum() / 2);
+    shownAreFresh("after the scroll");
+    const int middle = document->findBlockByNumber(int(f.session()->visibleLines().first)).position();
+    QTextCursor(document).insertText(u"'"_qs);
+    f.session()->setSelection(middle);
+    f.press(Qt::Key_Apostrophe, Qt::NoModifier, u"'"_qs);
+    shownAreFresh("after the second quote");
+
+    ASSERT_TRUE(
+        TestSupport::waitUntil([&] { return f.session()->model().isClean(); }, std::chrono::seconds(20)));
+    EXPECT_EQ(blockFormats(document), freshFormats(f.session()->text(), theme));
 }

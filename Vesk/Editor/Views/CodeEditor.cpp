@@ -7,6 +7,7 @@
 #include <QFontDatabase>
 #include <QKeyEvent>
 #include <QPainter>
+#include <QScrollBar>
 #include <QTextBlock>
 
 namespace {
@@ -36,6 +37,11 @@ CodeEditor::CodeEditor(EditorMode mode, QWidget *parent) : QPlainTextEdit(parent
     m_session->cursorSink = [this](const QTextCursor &cursor) { setTextCursor(cursor); };
     m_session->isComposing = [this] { return m_composing; };
     m_session->revealCaret = [this] { centerCursor(); };
+    m_session->visibleLines = [this] {
+        // Rows of the viewport counted as blocks: with wrapped lines a few more than are shown.
+        const qsizetype first = std::max(0, firstVisibleBlock().blockNumber());
+        return std::pair{first, first + viewport()->height() / std::max(1, fontMetrics().lineSpacing()) + 1};
+    };
     m_session->caretOnEdgeLine = [this](bool up) {
         const QTextCursor cursor = textCursor();
         const QTextBlock block = cursor.block();
@@ -55,6 +61,8 @@ CodeEditor::CodeEditor(EditorMode mode, QWidget *parent) : QPlainTextEdit(parent
     connect(this, &QPlainTextEdit::blockCountChanged, this, &CodeEditor::updateGutterWidth);
     connect(this, &QPlainTextEdit::updateRequest, this, &CodeEditor::updateGutter);
     connect(this, &QPlainTextEdit::cursorPositionChanged, m_session, &EditorSession::scheduleDeferredUpdate);
+    // Lines scrolled into view while slices still style the file are styled at once.
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, m_session, &EditorSession::restyleDirtyLines);
     connect(m_session, &EditorSession::cursorStateChanged, this, &CodeEditor::updateExtraSelections);
     connect(m_session, &EditorSession::breakpointsChanged, m_gutter, qOverload<>(&QWidget::update));
     if (mode != EditorMode::document)
@@ -155,6 +163,7 @@ void CodeEditor::resizeEvent(QResizeEvent *event)
 {
     QPlainTextEdit::resizeEvent(event);
     updateGutterWidth();
+    m_session->restyleDirtyLines();
 }
 
 void CodeEditor::paintGutter(QPaintEvent *event)

@@ -15,7 +15,8 @@ EditorJumpBar::EditorJumpBar(CodeEditorController &controller, QWidget *parent)
     connect(&m_refresh, &QTimer::timeout, this, &EditorJumpBar::refresh);
     if (EditorSession *session = controller.session()) {
         connect(session, &EditorSession::textSynced, &m_refresh, qOverload<>(&QTimer::start));
-        connect(session, &EditorSession::reloaded, this, &EditorJumpBar::refresh);
+        // A loaded text is shown first; its outline follows.
+        connect(session, &EditorSession::reloaded, &m_refresh, qOverload<>(&QTimer::start));
     }
     // The entry shown is the one the caret stands under.
     connect(&controller, &CodeEditorController::cursorChanged, this, &EditorJumpBar::followCaret);
