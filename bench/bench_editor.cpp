@@ -6,6 +6,7 @@
 // drives a QTextDocument directly (offscreen) under a layout that works as the plain-text view's
 // does: a change inside one block lays that block out again, a larger change only drops the
 // layouts, and a block is laid out when it is looked at. The widget adds painting of one screen.
+#include "BenchScript.h"
 #include "Editor/EditorSession.h"
 #include "Outline.h"
 
@@ -28,29 +29,6 @@ using Clock = std::chrono::steady_clock;
 double millisecondsSince(Clock::time_point start)
 {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-QString script(int lines)
-{
-    static const char *const pieces[] = {
-        "# Load data ----",
-        "data <- read.csv(\"data/input.csv\", stringsAsFactors = FALSE)",
-        "summarise_by <- function(df, key, value = \"x\") {",
-        "  out <- aggregate(df[[value]], by = list(df[[key]]), FUN = mean, na.rm = TRUE)",
-        "  names(out) <- c(key, value) # rename",
-        "  out[order(-out[[value]]), , drop = FALSE]",
-        "}",
-        "result <- data |> subset(year >= 2020L) |> summarise_by(\"region\")",
-        "if (nrow(result) > 0) print(head(result, 10)) else message('empty')",
-        "",
-    };
-    QString text;
-    text.reserve(lines * 48);
-    for (int i = 0; i < lines; ++i) {
-        text += QLatin1StringView(pieces[i % std::size(pieces)]);
-        text += u'\n';
-    }
-    return text;
 }
 
 class PlainLayout : public QAbstractTextDocumentLayout {
@@ -137,7 +115,7 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);
     constexpr int lineCount = 100000;
-    const QString text = script(lineCount);
+    const QString text = benchScript(lineCount);
 
     QTextDocument document;
     document.setDocumentLayout(new PlainLayout(&document));

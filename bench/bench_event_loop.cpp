@@ -4,18 +4,16 @@
 // the open of that script holds the main thread. A thread
 // posts, not a timer of the main thread, so that a long blockage delays every sample taken during it.
 #include "App/Views/MainWindow.h"
-#include "App/Workspace.h"
-#include "Base/Settings.h"
 #include "BenchFigures.h"
+#include "BenchScript.h"
 #include "Documents/DocumentStore.h"
 #include "Editor/Views/CodeEditor.h"
+#include "LiveWorkspace.h"
 #include "TestSupport.h"
 
 #include <QApplication>
 #include <QEventLoop>
 #include <QKeyEvent>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTextBlock>
 #include <QTimer>
 
@@ -78,26 +76,6 @@ private:
     std::vector<double> m_delays;
 };
 
-QByteArray script(int lines)
-{
-    static const char *const pieces[] = {
-        "# Load data ----",
-        "data <- read.csv(\"data/input.csv\", stringsAsFactors = FALSE)",
-        "summarise_by <- function(df, key, value = \"x\") {",
-        "  out <- aggregate(df[[value]], by = list(df[[key]]), FUN = mean, na.rm = TRUE)",
-        "  names(out) <- c(key, value) # rename",
-        "  out[order(-out[[value]]), , drop = FALSE]",
-        "}",
-        "result <- data |> subset(year >= 2020L) |> summarise_by(\"region\")",
-        "if (nrow(result) > 0) print(head(result, 10)) else message('empty')",
-        "",
-    };
-    QByteArray text;
-    for (int i = 0; i < lines; ++i)
-        text += QByteArray(pieces[i % std::size(pieces)]) + '\n';
-    return text;
-}
-
 CodeEditor *scriptEditor(MainWindow &window)
 {
     for (CodeEditor *editor : window.findChildren<CodeEditor *>())
@@ -127,14 +105,9 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    QTemporaryDir dir;
-    QStandardPaths::setTestModeEnabled(true);
-    Settings settings(dir.filePath(QStringLiteral("settings.ini")));
-    settings.setValue(Settings::rPath, TestSupport::rExecutable());
-    Workspace workspace(settings);
-    workspace.persistsHistory = false;
-    workspace.kernelPath = TestSupport::kernelScript();
-    MainWindow window(workspace, settings);
+    LiveWorkspace live;
+    Workspace &workspace = live.workspace;
+    MainWindow window(workspace, live.settings);
     window.resize(1200, 800);
     window.show();
     runFor(std::chrono::milliseconds(200));
@@ -142,7 +115,8 @@ int main(int argc, char **argv)
 
     // Open a 100,000-line script, then type: a quote at the top and its removal, and letters in
     // the middle of the file, a key every 30 ms, as a fast typist would.
-    const QString path = TestSupport::writeFile(dir.path(), QStringLiteral("large.R"), script(100000));
+    const QString path =
+        TestSupport::writeFile(live.dir.path(), QStringLiteral("large.R"), benchScript(100000).toUtf8());
     probe.start();
     runFor(std::chrono::milliseconds(100));
     // The open itself, from the file to its first screen in colour: read, decoded, given to the
@@ -176,10 +150,7 @@ int main(int argc, char **argv)
     probe.report("event_loop_open_and_type_100k_lines");
 
     // R's output pouring into the console.
-    workspace.startR(false);
-    if (!TestSupport::waitForEvents(
-            [&] { return workspace.session().status().kind == RSessionStatus::Kind::Idle; },
-            std::chrono::seconds(60))) {
+    if (!live.start()) {
         std::fprintf(stderr, "R did not start\n");
         return 1;
     }
