@@ -2,6 +2,7 @@
 
 #include "AgentLog.h"
 #include "AgentStreamParser.h"
+#include "ChildReader.h"
 #include "ClaudeCLILocator.h"
 #include "PosixChild.h"
 #include "SerialQueue.h"
@@ -14,7 +15,6 @@
 #include <QPointer>
 #include <QUuid>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -23,7 +23,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 // What the reader thread, the parsing queue and the object share. They hold it, not the object, so a
@@ -173,93 +172,33 @@ QStringList childEnvironment(const QString &executable)
 void readLoop(std::shared_ptr<ClaudeCodeProcess::Shared> shared, int outFd, int errFd, int exitFd, pid_t pid)
 {
     setCurrentThreadName("vesk.claude.out");
-    QByteArray chunk(64 * 1024, Qt::Uninitialized);
-    std::optional<PosixExit> exit;
-    std::chrono::steady_clock::time_point drainUntil;
-
-    auto readFrom = [&](int &fd, bool isStdout) {
-        const ssize_t n = ::read(fd, chunk.data(), size_t(chunk.size()));
-        if (n > 0) {
-            QByteArray bytes(chunk.constData(), n);
-            if (isStdout)
-                shared->queue.submit([shared, bytes = std::move(bytes)] { shared->consume(bytes); });
-            else
-                shared->queue.submit([shared, bytes = std::move(bytes)] {
-                    shared->deliver(
-                        {AgentStreamEvent{AgentStreamEvent::Stderr{TextUnits::decodeUTF8(bytes)}}});
-                });
-        } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
-            ::close(fd);
-            fd = -1;
-        }
+    ChildReader reader(pid, outFd, errFd, exitFd);
+    reader.onStdout = [&](QByteArrayView view) {
+        shared->queue.submit([shared, bytes = view.toByteArray()] { shared->consume(bytes); });
     };
-    auto reap = [&](bool block) {
+    reader.onStderr = [&](QByteArrayView view) {
+        shared->queue.submit([shared, bytes = view.toByteArray()] {
+            shared->deliver({AgentStreamEvent{AgentStreamEvent::Stderr{TextUnits::decodeUTF8(bytes)}}});
+        });
+    };
+    reader.reapOnExit = true;
+    reader.reap = [&] {
+        PosixExit exit;
         {
             std::lock_guard guard(shared->reapLock);
-            exit = block ? PosixChild::wait(pid) : PosixChild::tryWait(pid);
-            if (!exit)
-                return;
+            exit = PosixChild::wait(pid);
             shared->reaped = true;
         }
         shared->removeConfigFile();
-        // Output that is still in the pipes comes before the end; a descendant that holds them open
-        // does not hold the end back for longer than this.
-        drainUntil = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+        return exit;
     };
-
-    for (;;) {
-        if (exit && ((outFd < 0 && errFd < 0) || std::chrono::steady_clock::now() >= drainUntil))
-            break;
-        if (!exit && outFd < 0 && errFd < 0 && exitFd < 0) {
-            reap(true);
-            continue;
-        }
-        pollfd fds[3];
-        nfds_t count = 0;
-        int outIndex = -1, errIndex = -1, exitIndex = -1;
-        if (outFd >= 0) {
-            outIndex = int(count);
-            fds[count++] = {outFd, POLLIN, 0};
-        }
-        if (errFd >= 0) {
-            errIndex = int(count);
-            fds[count++] = {errFd, POLLIN, 0};
-        }
-        if (!exit && exitFd >= 0) {
-            exitIndex = int(count);
-            fds[count++] = {exitFd, POLLIN, 0};
-        }
-        int timeout = -1;
-        if (exit)
-            timeout = std::max(0, int(std::chrono::ceil<std::chrono::milliseconds>(
-                                          drainUntil - std::chrono::steady_clock::now())
-                                          .count()));
-        else if (exitFd < 0)
-            timeout = 50; // no exit descriptor: look for the exit now and then
-        const int ready = ::poll(fds, count, timeout);
-        if (ready < 0 && errno != EINTR)
-            break;
-        if (ready > 0) {
-            if (outIndex >= 0 && fds[outIndex].revents)
-                readFrom(outFd, true);
-            if (errIndex >= 0 && fds[errIndex].revents)
-                readFrom(errFd, false);
-        }
-        if (!exit && (exitFd < 0 || (exitIndex >= 0 && ready > 0 && fds[exitIndex].revents)))
-            reap(false);
-    }
-    if (!exit)
-        reap(true);
-    for (const int fd : {outFd, errFd, exitFd})
-        if (fd >= 0)
-            ::close(fd);
+    const qint32 status = terminationStatus(reader.run().value_or(PosixExit{}));
     {
         std::lock_guard guard(shared->lock);
         if (shared->stdinFd >= 0)
             ::close(shared->stdinFd);
         shared->stdinFd = -1;
     }
-    const qint32 status = terminationStatus(*exit);
     qCDebug(vsAgents) << "claude" << pid << "ended with status" << status;
     shared->queue.submit([shared, status] {
         // A last line without its newline still counts.

@@ -289,20 +289,6 @@ PosixExit PosixChild::wait(pid_t pid)
     }
 }
 
-std::optional<PosixExit> PosixChild::tryWait(pid_t pid)
-{
-    int status = 0;
-    for (;;) {
-        const pid_t result = ::waitpid(pid, &status, WNOHANG);
-        if (result == 0)
-            return std::nullopt;
-        if (result == pid)
-            return fromStatus(status);
-        if (result < 0 && errno != EINTR)
-            return PosixExit{false, -1};
-    }
-}
-
 bool PosixChild::hasExited(pid_t pid)
 {
     siginfo_t info{};

@@ -6,8 +6,6 @@
 #include <QString>
 #include <QStringList>
 
-#include <optional>
-
 #include <sys/types.h>
 
 struct PosixExit {
@@ -48,8 +46,6 @@ public:
 
     // Blocking reap; only one thread may reap.
     static PosixExit wait(pid_t pid);
-    // Non-blocking reap: nothing while the child still runs.
-    static std::optional<PosixExit> tryWait(pid_t pid);
     // Whether the child has exited, without reaping it.
     static bool hasExited(pid_t pid);
 

@@ -1,5 +1,6 @@
 #include "RProcess.h"
 
+#include "ChildReader.h"
 #include "PosixChild.h"
 #include "RLiteral.h"
 #include "SerialQueue.h"
@@ -17,8 +18,6 @@
 #include <thread>
 
 #include <cerrno>
-#include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 // What the reader thread, the writer queue and the delayed kill share with the object. They hold
@@ -126,120 +125,31 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
 {
     setCurrentThreadName("vesk.rprocess");
     RStreamParser parser(token);
-    QByteArray chunk(64 * 1024, Qt::Uninitialized);
-    bool exited = false;
-    std::chrono::steady_clock::time_point drainUntil;
-
-    // R flushes every piece it prints. Woken for each one, this thread would cost R a context
-    // switch per write and the main thread an event per read; during a flood it lets the pipes
-    // fill for a moment instead, so that R writes as if into a file. A larger pipe keeps R from
-    // blocking meanwhile (best effort: the system may refuse the size).
-    for (const int fd : {outFd, errFd})
-        ::fcntl(fd, F_SETPIPE_SZ, 1 << 20);
-    constexpr auto floodPause = std::chrono::milliseconds(2);
-    constexpr auto burstGap = std::chrono::microseconds(500);
-    constexpr int burstReads = 16;
-    bool flooding = false;
-    bool chunkFilled = false; // more is waiting: read on without a pause
-    int quickReads = 0;
-    auto lastRead = std::chrono::steady_clock::time_point();
-
-    auto readInto = [&](int &fd, bool isStdout) {
-        const ssize_t n = ::read(fd, chunk.data(), chunk.size());
-        if (n > 0) {
-            chunkFilled = n == chunk.size();
-            const auto now = std::chrono::steady_clock::now();
-            quickReads = now - lastRead < burstGap ? quickReads + 1 : 0;
-            lastRead = now;
-            if (quickReads >= burstReads)
-                flooding = true;
-            const QByteArrayView bytes(chunk.constData(), n);
-            if (isStdout) {
-                QList<RStreamEvent> events = parser.feed(bytes);
-                // A prompt means R waits for us: no flood, and the next answer must not wait.
-                if (std::any_of(events.cbegin(), events.cend(),
-                                [](const RStreamEvent &e) { return e.kind == RStreamEvent::Kind::Prompt; })) {
-                    flooding = false;
-                    quickReads = 0;
-                }
-                shared->deliver(asStdout(std::move(events)));
-            } else
-                shared->deliver({RProcessEvent::makeStderr(TextUnits::decodeUTF8(bytes))});
-        } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
-            ::close(fd);
-            fd = -1;
-        }
+    ChildReader reader(pid, outFd, errFd, exitFd);
+    reader.drain = std::chrono::milliseconds(150);
+    // R flushes every piece it prints: during a flood the pipes fill for a moment, so that R
+    // writes as if into a file.
+    reader.paceFloods();
+    reader.onStdout = [&](QByteArrayView bytes) {
+        QList<RStreamEvent> events = parser.feed(bytes);
+        // A prompt means R waits for us: no flood, and the next answer must not wait.
+        if (std::any_of(events.cbegin(), events.cend(),
+                        [](const RStreamEvent &e) { return e.kind == RStreamEvent::Kind::Prompt; }))
+            reader.endFlood();
+        shared->deliver(asStdout(std::move(events)));
     };
-
-    for (;;) {
-        if (exited && (std::chrono::steady_clock::now() >= drainUntil || (outFd < 0 && errFd < 0)))
-            break;
-        pollfd fds[3];
-        int count = 0;
-        int outIndex = -1, errIndex = -1, exitIndex = -1;
-        if (outFd >= 0) {
-            outIndex = count;
-            fds[count++] = {outFd, POLLIN, 0};
-        }
-        if (errFd >= 0) {
-            errIndex = count;
-            fds[count++] = {errFd, POLLIN, 0};
-        }
-        if (!exited && exitFd >= 0) {
-            exitIndex = count;
-            fds[count++] = {exitFd, POLLIN, 0};
-        }
-        int timeout = -1;
-        if (exited)
-            timeout = int(std::chrono::duration_cast<std::chrono::milliseconds>(
-                              drainUntil - std::chrono::steady_clock::now())
-                              .count()) +
-                      1;
-        else if (exitFd < 0)
-            timeout = 50; // no exit descriptor: look for the exit now and then
-        if (flooding && !exited && !chunkFilled) {
-            std::this_thread::sleep_for(floodPause);
-            // Nothing came during the pause: the flood is over, and the next wake is immediate again.
-            if (::poll(fds, nfds_t(count), 0) == 0) {
-                flooding = false;
-                quickReads = 0;
-            }
-        }
-        const int ready = ::poll(fds, nfds_t(count), timeout);
-        if (ready < 0 && errno != EINTR)
-            break;
-        if (ready > 0) {
-            if (outIndex >= 0 && fds[outIndex].revents)
-                readInto(outFd, true);
-            if (errIndex >= 0 && fds[errIndex].revents)
-                readInto(errFd, false);
-        }
-        if (!exited) {
-            bool gone = false;
-            if (exitIndex >= 0 && ready > 0 && fds[exitIndex].revents)
-                gone = true;
-            else if (exitFd < 0 && PosixChild::hasExited(pid))
-                gone = true;
-            if (!gone && outFd < 0 && errFd < 0)
-                gone = true; // both pipes closed: the wait below blocks until the exit
-            if (gone) {
-                // The last output that is still in the pipes comes before the exit event.
-                exited = true;
-                drainUntil = std::chrono::steady_clock::now() + std::chrono::milliseconds(150);
-            }
-        }
-    }
-    // R is gone: what it left running lives on, as it would after R quit in a terminal.
-    standDown(watcher);
-    PosixExit exit;
-    {
+    reader.onStderr = [&](QByteArrayView bytes) {
+        shared->deliver({RProcessEvent::makeStderr(TextUnits::decodeUTF8(bytes))});
+    };
+    reader.reap = [&] {
+        // R is gone: what it left running lives on, as it would after R quit in a terminal.
+        standDown(watcher);
         std::lock_guard guard(shared->reapLock);
-        exit = PosixChild::wait(pid);
+        const PosixExit exit = PosixChild::wait(pid);
         shared->reaped = true;
-    }
-    for (int fd : {outFd, errFd, exitFd})
-        if (fd >= 0)
-            ::close(fd);
+        return exit;
+    };
+    const PosixExit exit = reader.run().value_or(PosixExit{});
     {
         std::lock_guard guard(shared->lock);
         shared->stdinClosed = true;
