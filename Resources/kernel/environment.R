@@ -29,38 +29,118 @@ atomicTypes <- names(typeLabels)
 
 regularNames <- character()
 
+# Descriptions of small objects are kept with the objects themselves: holding a small value makes
+# R copy it on its next modification (cheap), so an unchanged object is the very object held, and
+# its description is reused. Large objects are never held, and described on every state: holding
+# one would make its next in-place modification a copy. Environments are never held either, so
+# nothing the user removed outlives the next state.
+held <- new.env(parent = emptyenv())
+held$names <- character()
+held$values <- list()
+held$classes <- list()
+held$lengths <- integer()
+held$rows <- list()
+
+# No function that holds the user's values makes a closure (not even an error handler): a closure
+# keeps its frame alive, and R then never lowers the counts of the values that frame refers to.
+nullOnError <- function(e) NULL
+falseOnError <- function(e) FALSE
+
+forgetDescriptions <- function() {
+  held$names <- character()
+  held$values <- list()
+  held$classes <- list()
+  held$lengths <- integer()
+  held$rows <- list()
+}
+
+# Whether a value is small enough to hold: atomic vectors, functions, and plain lists and data
+# frames of small atomic vectors.
+holdable <- function(x) {
+  type <- typeof(x)
+  if (type %in% c("closure", "builtin", "special", "NULL")) return(TRUE)
+  if (type %in% atomicTypes) return(length(x) <= 1e4)
+  if (type != "list" || length(x) > 100L) return(FALSE)
+  cls <- oldClass(x)
+  if (!is.null(cls) && !identical(cls, "data.frame")) return(FALSE)
+  for (i in seq_along(x)) {
+    if (!(typeof(.subset2(x, i)) %in% atomicTypes) || length(.subset2(x, i)) > 1e4) return(FALSE)
+  }
+  TRUE
+}
+
 describeObjects <- function(names, env) {
   n <- length(names)
-  if (!n) return(character())
+  if (!n) {
+    forgetDescriptions()
+    return(character())
+  }
   # A regular binding cannot turn active in place (makeActiveBinding refuses), so only names
   # that are new since the last snapshot need the (comparatively slow) check.
   active <- logical(n)
   fresh <- which(!(names %in% regularNames))
   if (length(fresh)) active[fresh] <- vapply(names[fresh], bindingIsActive, NA, env = env, USE.NAMES = FALSE)
   regularNames <<- names[!active]
+  # Every list holding the user's values is emptied before it is dropped: R does not lower a
+  # value's reference count when a list holding it is merely garbage, and a value counted twice
+  # is copied on its next modification.
   values <- vector("list", n)
   if (any(!active)) {
     plain <- names[!active]
-    got <- tryCatch(mget(plain, envir = env, inherits = FALSE), error = function(e) NULL)
-    if (is.null(got)) {
+    # Assigned inside the handler's expression: a value returned through tryCatch stays counted.
+    got <- NULL
+    if (!tryCatch({ got <- mget(plain, envir = env, inherits = FALSE); TRUE }, error = falseOnError)) {
       got <- lapply(plain, function(name) {
         tryCatch(get(name, envir = env, inherits = FALSE), error = function(e) NULL)
       })
     }
     values[!active] <- got
+    got[] <- list(NULL)
   }
-  rows <- tryCatch(describeAll(values, names), error = function(e) NULL)
-  if (is.null(rows)) rows <- describeEach(values, names)
-  if (any(active)) {
-    rows$kind[active] <- "other"
-    rows$class[active] <- "[]"
-    rows$type[active] <- "active binding"
-    rows$size[active] <- NA
-    rows$length[active] <- NA
-    rows$dim[active] <- NA
-    rows$summary[active] <- NA
-    rows$columns[active] <- NA
+  on.exit(values[] <- list(NULL))
+  # Reuse: the same name bound to the object held for it (or one identical to it), whose class
+  # and length have not been changed in place by code that ignores R's copy rules.
+  pos <- match(names, held$names)
+  pos[active] <- NA
+  reuse <- which(!is.na(pos))
+  if (length(reuse)) {
+    now <- values[reuse]
+    then <- held$values[pos[reuse]]
+    same <- identical(now, then, num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)
+    if (!same) {
+      same <- logical(length(now))
+      for (k in seq_along(now)) {
+        same[k] <- identical(now[[k]], then[[k]], num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)
+      }
+    }
+    same <- same & lengths(now, use.names = FALSE) == held$lengths[pos[reuse]]
+    for (k in which(same)) same[k] <- identical(oldClass(now[[k]]), held$classes[[pos[reuse[k]]]])
+    now[] <- list(NULL)
+    then[] <- list(NULL)
+    reuse <- reuse[same]
   }
+  todo <- setdiff(seq_len(n), reuse)
+  rowText <- character(n)
+  if (length(reuse)) rowText[reuse] <- unlist(held$rows[pos[reuse]], use.names = FALSE)
+  keep <- logical(n)
+  keep[reuse] <- TRUE
+  if (length(todo)) {
+    some <- values[todo]
+    rows <- NULL
+    if (!tryCatch({ rows <- describeAll(some, names[todo]); TRUE }, error = falseOnError)) {
+      rows <- describeEach(some, names[todo])
+    }
+    rowText[todo] <- describeRows(rows, names[todo], active[todo])
+    for (k in seq_along(todo)) keep[todo[k]] <- !active[todo[k]] && holdable(some[[k]])
+    some[] <- list(NULL)
+  }
+  kept <- which(keep)
+  held$names <- names[kept]
+  held$rows <- as.list(rowText[kept])
+  held$values <- values[kept]
+  held$classes <- lapply(held$values, oldClass)
+  held$lengths <- lengths(held$values, use.names = FALSE)
+
   from <- rep(NA_character_, n)
   lineageNames <- names(lineage)
   for (i in which(names %in% lineageNames)) {
@@ -72,13 +152,33 @@ describeObjects <- function(names, env) {
   if (length(stale)) rm(list = stale, envir = lineage)
   stale <- setdiff(ls(functionSummaries, all.names = TRUE, sorted = FALSE), names)
   if (length(stale)) rm(list = stale, envir = functionSummaries)
-  # A member whose value is NA is left out.
-  optional <- function(key, values, encode = identity) {
-    out <- character(n)
-    present <- which(!is.na(values))
-    if (length(present)) out[present] <- paste0(',"', key, '":', encode(values[present]))
-    out
+  withFrom <- which(!is.na(from))
+  rowText[withFrom] <- paste0(rowText[withFrom], ',"from":', from[withFrom])
+  paste0(rowText, "}")
+}
+
+# A member whose value is NA is left out. (Defined here rather than inside describeRows: a
+# closure made there would keep that call's frame, and the values it refers to, counted.)
+optionalMember <- function(key, values, encode = identity) {
+  out <- character(length(values))
+  present <- which(!is.na(values))
+  if (length(present)) out[present] <- paste0(',"', key, '":', encode(values[present]))
+  out
+}
+
+# The members of each object's JSON but "from", without the closing brace.
+describeRows <- function(rows, names, active) {
+  if (any(active)) {
+    rows$kind[active] <- "other"
+    rows$class[active] <- "[]"
+    rows$type[active] <- "active binding"
+    rows$size[active] <- NA
+    rows$length[active] <- NA
+    rows$dim[active] <- NA
+    rows$summary[active] <- NA
+    rows$columns[active] <- NA
   }
+  optional <- optionalMember
   paste0('{"name":', jsonString(names),
          ',"kind":"', rows$kind, '"',
          ',"class":', rows$class,
@@ -87,9 +187,7 @@ describeObjects <- function(names, env) {
          optional("length", rows$length, jsonNumber),
          optional("dim", rows$dim),
          optional("summary", rows$summary, jsonString),
-         optional("columns", rows$columns),
-         optional("from", from),
-         "}")
+         optional("columns", rows$columns))
 }
 
 # The fast path: one pass per property over all objects, per-object work only where an object
@@ -99,29 +197,30 @@ describeAll <- function(values, names) {
   type <- vapply(values, typeof, "", USE.NAMES = FALSE)
   classes <- lapply(values, class)
   keys <- unique(classes)
-  keyJSON <- vapply(keys, function(cls) json(I(cls)), "", USE.NAMES = FALSE)
+  keyJSON <- character(length(keys))
+  for (k in seq_along(keys)) keyJSON[k] <- json(I(keys[[k]]))
   classJSON <- keyJSON[match(classes, keys)]
   isObject <- vapply(values, is.object, NA, USE.NAMES = FALSE)
   isFrame <- isObject
-  if (any(isObject)) isFrame[isObject] <- vapply(values[isObject], inherits, NA, what = "data.frame")
+  if (any(isObject)) isFrame <- isObject & vapply(values, inherits, NA, what = "data.frame", USE.NAMES = FALSE)
   dims <- lapply(values, attr, which = "dim", exact = TRUE)
   if (any(isFrame)) {
-    dims[isFrame] <- lapply(values[isFrame], function(x) c(.row_names_info(x, 2L), length(x)))
+    for (i in which(isFrame)) dims[[i]] <- c(.row_names_info(values[[i]], 2L), length(values[[i]]))
   }
   dimCount <- lengths(dims, use.names = FALSE)
   isFunction <- type %in% c("closure", "builtin", "special")
   isAtomic <- type %in% atomicTypes
   # POSIXlt is a list underneath, a value to the user.
   isTime <- isObject & type == "list" & !isFrame
-  if (any(isTime)) isTime[isTime] <- vapply(values[isTime], inherits, NA, what = "POSIXlt")
+  if (any(isTime)) isTime <- isTime & vapply(values, inherits, NA, what = "POSIXlt", USE.NAMES = FALSE)
   isList <- type == "list" & !isFrame & !isTime
   # attributes() would expand a data frame's compact row names: frames are never bare.
   bare <- !isFrame
-  if (any(bare)) bare[bare] <- lengths(lapply(values[bare], attributes), use.names = FALSE) == 0L
+  for (i in which(bare)) bare[i] <- is.null(attributes(values[[i]]))
   hasClass <- isObject
   len <- rep(NA_real_, n)
   measured <- isAtomic | type == "list"
-  len[measured] <- as.numeric(lengths(values[measured], use.names = FALSE))
+  len[measured] <- as.numeric(lengths(values, use.names = FALSE)[measured])
   len[isFunction] <- 1
   len[type == "NULL"] <- 0
 
@@ -141,14 +240,19 @@ describeAll <- function(values, names) {
   for (t in c("double", "integer", "logical", "character")) {
     idx <- which(scalar & type == t)
     if (!length(idx)) next
-    x <- unlist(values[idx], use.names = FALSE)
+    x <- vector(t, length(idx))
+    for (k in seq_along(idx)) x[k] <- values[[idx[k]]]
     summary[idx] <- switch(t,
       double = sprintf("%.7g", x),
       character = ifelse(is.na(x), "NA", encodeString(shorten(x, 100L), quote = "\"")),
       ifelse(is.na(x), "NA", as.character(x)))
   }
   vectors <- which(isAtomic & !hasClass & dimCount == 0L & len != 1 & type != "complex")
-  if (length(vectors)) summary[vectors] <- vectorSummaries(values[vectors], type[vectors], len[vectors])
+  if (length(vectors)) {
+    heads <- vector("list", length(vectors))
+    for (k in seq_along(vectors)) heads[[k]] <- values[[vectors[k]]][1:5]
+    summary[vectors] <- vectorSummaries(heads, type[vectors], len[vectors])
+  }
   for (i in which((isAtomic | isTime) & dimCount != 2L & is.na(summary))) {
     summary[i] <- valueSummary(values[[i]], type[i], len[i])
   }
@@ -165,7 +269,7 @@ describeAll <- function(values, names) {
     colCount <- vapply(dims[frames], `[`, 0, 2L)
     summary[frames] <- sprintf("%.0f obs. of %.0f variable%s", rowCount, colCount,
                                ifelse(colCount == 1, "", "s"))
-    columns[frames] <- frameColumns(values[frames])
+    for (i in frames) columns[i] <- frameColumns(values[[i]])
   }
   for (i in which(isFunction)) summary[i] <- functionSummary(values[[i]], names[i])
   for (i in which(type == "environment")) summary[i] <- environmentSummary(values[[i]], classes[[i]])
@@ -178,8 +282,7 @@ describeAll <- function(values, names) {
   for (i in strings) size[i] <- objectSize(values[[i]])
   listLike <- which(type == "list")
   if (length(listLike)) {
-    cheap <- listsAreCheap(values[listLike], isFrame[listLike])
-    for (i in listLike[cheap]) size[i] <- objectSize(values[[i]])
+    for (i in listLike) if (sizeIsCheap(values[[i]])) size[i] <- objectSize(values[[i]])
   }
   for (i in which(isAtomic & !bare & is.na(size))) {
     s <- cheapSize(values[[i]])
@@ -206,7 +309,7 @@ describeEach <- function(values, names) {
                summary = rep(NA_character_, n), columns = rep(NA_character_, n))
   for (i in seq_len(n)) {
     rows$type[i] <- typeof(values[[i]])
-    d <- tryCatch(describe(values[[i]], names[i]), error = function(e) NULL)
+    d <- tryCatch(describe(values[[i]], names[i]), error = nullOnError)
     if (is.null(d)) next
     rows$kind[i] <- d$kind
     rows$class[i] <- d$class
@@ -250,7 +353,7 @@ describe <- function(x, name) {
     out$kind <- "data"
     out$length <- length(x)
     out$summary <- sprintf("%d obs. of %d variable%s", dims[1L], dims[2L], if (dims[2L] == 1L) "" else "s")
-    out$columns <- frameColumns(list(x))
+    out$columns <- frameColumns(x)
     out$size <- cheapSize(x)
   } else if (type %in% atomicTypes || type == "list") {
     len <- length(x)
@@ -338,31 +441,25 @@ functionSummary <- function(f, name) {
   text
 }
 
+# The columns (first 50) of a data frame, as a JSON array.
+frameColumns <- function(f) {
+  count <- min(length(f), 50L)
+  if (!count) return("[]")
+  colNames <- names(f)
+  colNames <- if (is.null(colNames)) rep.int("", count) else colNames[seq_len(count)]
+  colNames[is.na(colNames)] <- ""
+  colTypes <- character(count)
+  for (j in seq_len(count)) colTypes[j] <- class(.subset2(f, j))[1L]
+  paste0("[", paste0('{"name":', jsonString(colNames), ',"type":', jsonString(colTypes), "}",
+                     collapse = ","), "]")
+}
+
 # Joins consecutive runs of `text` (of the given sizes, all above 0) with `sep`, in one pass.
 joinRuns <- function(text, sizes, sep) {
   if (!length(sizes)) return(character())
   seps <- rep.int(sep, length(text))
   seps[cumsum(sizes)] <- "\x01"
   strsplit(paste0(text, seps, collapse = ""), "\x01", fixed = TRUE)[[1L]]
-}
-
-# The columns (first 50) of several data frames, one JSON array each.
-frameColumns <- function(frames) {
-  shown <- lapply(frames, function(f) .subset(f, seq_len(min(length(f), 50L))))
-  count <- lengths(shown, use.names = FALSE)
-  out <- rep("[]", length(frames))
-  if (!any(count > 0L)) return(out)
-  colNames <- unlist(lapply(shown, function(cols) {
-    nm <- names(cols)
-    if (is.null(nm)) rep.int("", length(cols)) else nm
-  }), use.names = FALSE)
-  colNames[is.na(colNames)] <- ""
-  columns <- unlist(shown, recursive = FALSE, use.names = FALSE)
-  colTypes <- vapply(lapply(columns, class), `[`, "", 1L, USE.NAMES = FALSE)
-  items <- paste0('{"name":', jsonString(colNames), ',"type":', jsonString(colTypes), "}")
-  some <- count > 0L
-  out[some] <- paste0("[", joinRuns(items, count[some], ","), "]")
-  out
 }
 
 # Summaries of plain vectors ("num [1:100] 1 2 3 4 5 ..."), formatted per type in one go.
@@ -402,34 +499,6 @@ objectSize <- function(x) {
 }
 cheapSize <- function(x) if (sizeIsCheap(x)) objectSize(x) else NULL
 
-# For many lists (and data frames) at once: whether object.size can measure each cheaply. All
-# their elements are looked at in one pass; lists of lists take the one-by-one path.
-listsAreCheap <- function(lists, isFrame) {
-  count <- lengths(lists, use.names = FALSE)
-  ok <- count <= 1000L
-  if (any(isFrame)) {
-    ok[isFrame] <- ok[isFrame] & vapply(lists[isFrame], .row_names_info, 0L, type = 1L) <= 1e4
-  }
-  ok[ok] <- lengths(lapply(lists[ok], attr, which = "names", exact = TRUE), use.names = FALSE) <= 1e4
-  if (!any(ok)) return(ok)
-  elements <- unlist(lapply(lists[ok], unclass), recursive = FALSE, use.names = FALSE)
-  owner <- rep(which(ok), count[ok])
-  types <- vapply(elements, typeof, "", USE.NAMES = FALSE)
-  good <- types %in% atomicTypes | types == "NULL"
-  good[types == "character"] <- lengths(elements[types == "character"], use.names = FALSE) <= 1e4
-  atomic <- which(good & types != "NULL")
-  decorated <- atomic[lengths(lapply(elements[atomic], attributes), use.names = FALSE) > 0L]
-  if (length(decorated)) {
-    good[decorated] <- vapply(elements[decorated], sizeIsCheap, NA, depth = 1L, USE.NAMES = FALSE)
-  }
-  nested <- which(types == "list")
-  if (length(nested)) {
-    good[nested] <- vapply(elements[nested], sizeIsCheap, NA, depth = 1L, USE.NAMES = FALSE)
-  }
-  ok[unique(owner[!good])] <- FALSE
-  ok
-}
-
 # Never asks for `attributes()` of a data frame: that expands compact row names.
 sizeIsCheap <- function(x, depth = 0L) {
   type <- typeof(x)
@@ -440,14 +509,16 @@ sizeIsCheap <- function(x, depth = 0L) {
   if (type %in% atomicTypes || type == "NULL") return(TRUE)
   if (type != "list" || depth > 2L || length(x) > 1000L) return(FALSE)
   if (is.data.frame(x) && .row_names_info(x, 1L) > 1e4) return(FALSE)
-  types <- vapply(x, typeof, "", USE.NAMES = FALSE)
+  # Not vapply over x: for a data frame it goes through as.list(), which copies the frame.
+  types <- character(length(x))
+  for (i in seq_along(x)) types[i] <- typeof(.subset2(x, i))
   if (!all(types %in% c(atomicTypes, "NULL", "list"))) return(FALSE)
   if (any(types == "character" & lengths(x, use.names = FALSE) > 1e4)) return(FALSE)
   for (i in which(types == "list")) if (!sizeIsCheap(.subset2(x, i), depth + 1L)) return(FALSE)
   plain <- which(types %in% atomicTypes)
   if (length(plain)) {
-    decorated <- plain[!vapply(.subset(x, plain), function(el) is.null(attributes(el)), NA,
-                               USE.NAMES = FALSE)]
+    decorated <- integer()
+    for (j in plain) if (!is.null(attributes(.subset2(x, j)))) decorated <- c(decorated, j)
     for (i in decorated) if (!sizeIsCheap(.subset2(x, i), depth + 1L)) return(FALSE)
   }
   TRUE
