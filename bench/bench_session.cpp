@@ -101,6 +101,15 @@ int main(int argc, char **argv)
     printFigure("session_exec_roundtrip_1000_objects_median",
                 execRoundTripMs(session, QStringLiteral("1+1"), 50), "ms");
 
+    // 10,000 objects of the same kinds.
+    run(session,
+        QStringLiteral(
+            "local({ set.seed(1); for (i in 1001:10000) assign(sprintf(\"obj%05d\", i),\n"
+            "  switch(i %% 6 + 1, runif(100), letters, data.frame(a = 1:10, b = letters[1:10]),\n"
+            "         eval(bquote(function(x) x + .(i))), list(1, \"a\"), i), envir = globalenv()) })"));
+    printFigure("session_exec_roundtrip_10000_objects_median",
+                execRoundTripMs(session, QStringLiteral("1+1"), 30), "ms");
+
     // One large data frame and a long character vector: the cost must not follow their size.
     run(session,
         QStringLiteral("rm(list = ls()); big <- data.frame(x = runif(1e6), y = sample(letters, 1e6, TRUE),\n"
