@@ -94,6 +94,8 @@ replacements <- list(
     View = function(x, title) {
       expr <- substitute(x)
       force(x)
+      # What the viewer can't page is refused here, as R's View() refuses it, not in an empty tab.
+      if (!viewable(x)) stop(sprintf("can't view an object of class \"%s\" as a table", class(x)[1L]))
       if (missing(title)) title <- paste(deparse(expr, width.cutoff = 500L, nlines = 1L), collapse = "")
       view(x, expr, as.character(title)[1L], parent.frame())
     },
@@ -173,5 +175,6 @@ request("dropView", function(expr) {
   if (!identical(key, expr) && exists(key, envir = views, inherits = FALSE)) {
     rm(list = key, envir = views)
   }
+  forgetData(expr)
   NULL
 })
