@@ -13,6 +13,7 @@
 #include <QTextLayout>
 
 #include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -44,6 +45,51 @@ bool withinSlice(const QElapsedTimer &timer, qsizetype line)
     return (line & 31) != 0 || timer.nsecsElapsed() < qint64(EditorSession::sliceMilliseconds) * 1000000;
 }
 
+constexpr qint64 sliceNanoseconds = qint64(EditorSession::sliceMilliseconds) * 1000000;
+
+// Line feeds for every break the document makes: CR LF and CR, and the units a QTextCursor breaks
+// blocks at (the paragraph separator and the frame marks). A text without them is not copied.
+QString withLineFeeds(const QString &text)
+{
+    const auto isBreak = [](char16_t c) { return c == u'\r' || c == 0x2029 || c == 0xFDD0 || c == 0xFDD1; };
+    const char16_t *units = reinterpret_cast<const char16_t *>(text.utf16());
+    const qsizetype size = text.size();
+    qsizetype i = 0;
+    while (i < size && !isBreak(units[i]))
+        ++i;
+    if (i == size)
+        return text;
+    QString result;
+    result.reserve(size);
+    result.append(QStringView(text).left(i));
+    for (; i < size; ++i) {
+        const char16_t c = units[i];
+        if (!isBreak(c)) {
+            result.append(QChar(c));
+            continue;
+        }
+        if (c == u'\r' && i + 1 < size && units[i + 1] == u'\n')
+            ++i;
+        result.append(u'\n');
+    }
+    return result;
+}
+
+// The offset just past the `lines`-th line feed from `from`, or the text's end.
+qsizetype afterLines(const QString &text, qsizetype from, qsizetype lines)
+{
+    for (; lines > 0; --lines) {
+        const qsizetype feed = text.indexOf(u'\n', from);
+        if (feed < 0)
+            return text.size();
+        from = feed + 1;
+    }
+    return from;
+}
+
+// Lines a fill puts in between two looks at the clock.
+constexpr qsizetype fillPieceLines = 256;
+
 } // namespace
 
 EditorSession::EditorSession(QTextDocument *document, EditorMode mode, QObject *parent)
@@ -61,6 +107,9 @@ EditorSession::EditorSession(QTextDocument *document, EditorMode mode, QObject *
     m_styleSlice.setSingleShot(true);
     m_styleSlice.setInterval(0);
     connect(&m_styleSlice, &QTimer::timeout, this, &EditorSession::styleSlice);
+    m_fillSlice.setSingleShot(true);
+    m_fillSlice.setInterval(0);
+    connect(&m_fillSlice, &QTimer::timeout, this, [this] { fillSlice(sliceNanoseconds); });
     restyleDirtyLines();
 }
 
@@ -208,6 +257,7 @@ void EditorSession::finishStyling()
 {
     if (m_styling || (isComposing && isComposing()))
         return;
+    finishLoading();
     styleDirty({});
     m_styleSlice.stop();
 }
@@ -285,29 +335,108 @@ void EditorSession::restyleAll()
 
 void EditorSession::loadText(const QString &text)
 {
-    QString normalized = text;
-    normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    normalized.replace(u'\r', u'\n');
+    const bool wasLoading = isLoading();
+    cancelFill();
+    QString normalized = withLineFeeds(text);
+    // Setting a text costs mostly per block (the document's and its layout's); a long text shows its
+    // first lines at once and takes the rest in slices.
+    const qsizetype firstPiece = afterLines(normalized, 0, fillThreshold) < normalized.size()
+                                     ? afterLines(normalized, 0, fillFirstLines)
+                                     : normalized.size();
     m_applyingExternalText = true;
-    m_document->setPlainText(normalized);
-    m_document->clearUndoRedoStacks();
+    if (firstPiece < normalized.size()) {
+        m_text = normalized.left(firstPiece);
+        m_document->setPlainText(m_text);
+        // Undo stays off until the fill ends, so that no piece of the file becomes an undo step.
+        m_document->setUndoRedoEnabled(false);
+        m_text.reserve(normalized.size());
+        m_fill = Fill{normalized, firstPiece};
+    } else {
+        m_document->setPlainText(normalized);
+        m_document->clearUndoRedoStacks();
+        m_text = normalized;
+    }
+    m_document->setModified(false);
     m_applyingExternalText = false;
-    // The document breaks blocks at these as well; reading its text back would cost a copy of it.
-    for (const char16_t separator : {char16_t(QChar::ParagraphSeparator), char16_t(0xFDD0), char16_t(0xFDD1)})
-        normalized.replace(QChar(separator), u'\n');
-    m_text = std::move(normalized);
-    m_lastSyncedText = m_text;
+    // The outside text is the whole text from the start; a fill only catches the document up with it.
+    m_lastSyncedText = std::move(normalized);
     m_textNeedsSync = false;
     m_breakpoints.clear();
     m_model.reset(m_text);
     restyleDirtyLines();
     setSelection(0);
+    if (m_fill)
+        m_fillSlice.start();
+    else
+        emit reloaded();
+    if (wasLoading != isLoading())
+        emit loadingChanged(isLoading());
+}
+
+void EditorSession::finishLoading()
+{
+    fillSlice(std::numeric_limits<qint64>::max());
+}
+
+void EditorSession::fillSlice(qint64 budgetNanoseconds)
+{
+    if (!m_fill || !m_document)
+        return;
+    QElapsedTimer timer;
+    timer.start();
+    const QString &source = m_fill->text;
+    const qsizetype from = m_fill->done;
+    // Appended at the end, so that an edit made meanwhile (by code; the views are read-only while a
+    // text loads) keeps its place: m_text follows the document.
+    const qsizetype position = m_text.size();
+    QTextCursor cursor(m_document);
+    cursor.setPosition(int(position));
+    m_applyingExternalText = true;
+    // One edit block: the document and its layout hear of the slice once.
+    cursor.beginEditBlock();
+    qsizetype at = from;
+    do {
+        const qsizetype end = afterLines(source, at, fillPieceLines);
+        cursor.insertText(source.mid(at, end - at));
+        at = end;
+    } while (at < source.size() && timer.nsecsElapsed() < budgetNanoseconds);
+    cursor.endEditBlock();
+    m_applyingExternalText = false;
+    m_text.append(QStringView(source).mid(from, at - from));
+    m_model.replaceCharacters({position, 0}, at - from, m_text);
+    m_fill->done = at;
+    if (at < source.size()) {
+        // Styled by the slices; lines scrolled into view are styled as the view asks.
+        if (!m_model.isClean())
+            m_styleSlice.start();
+        m_fillSlice.start();
+        return;
+    }
+    m_fill.reset();
+    m_fillSlice.stop();
+    m_document->setUndoRedoEnabled(true);
+    m_document->setModified(false);
+    emit loadingChanged(false);
+    restyleDirtyLines();
+    // Only an edit made during the fill has anything to write out.
+    syncTextToBinding();
+    scheduleDeferredUpdate();
     emit reloaded();
+}
+
+void EditorSession::cancelFill()
+{
+    if (!m_fill)
+        return;
+    m_fill.reset();
+    m_fillSlice.stop();
+    m_document->setUndoRedoEnabled(true);
 }
 
 void EditorSession::syncTextToBinding()
 {
-    if (!m_textNeedsSync)
+    // Until a fill ends the outside text is the whole text, and the document only part of it.
+    if (!m_textNeedsSync || m_fill)
         return;
     m_textNeedsSync = false;
     m_lastSyncedText = m_text;
@@ -318,6 +447,7 @@ void EditorSession::syncTextToBinding()
 
 void EditorSession::flushPendingChanges()
 {
+    finishLoading();
     restyleDirtyLines();
     syncTextToBinding();
 }
@@ -428,6 +558,8 @@ std::optional<std::pair<qsizetype, qsizetype>> EditorSession::matchingBracketPai
 
 void EditorSession::apply(const RTextEdit &edit)
 {
+    // An edit on a text still loading would not be undoable (undo is off during a fill).
+    finishLoading();
     const qsizetype length = m_text.size();
     const qsizetype from = std::clamp<qsizetype>(edit.location, 0, length);
     const qsizetype to = std::clamp<qsizetype>(edit.location + edit.length, from, length);

@@ -72,14 +72,23 @@ public:
     std::function<std::optional<QString>(bool up)> onHistory;
 
     // Replaces the whole text from outside: no undo step, nothing written back; the shown lines are
-    // styled when it returns, the rest follows in slices.
+    // styled when it returns, the rest follows in slices. A text of more than `fillThreshold` lines
+    // goes in piecewise: its first `fillFirstLines` at once, the rest appended at the document's end
+    // in slices of at most `sliceMilliseconds` (`isLoading` meanwhile). The fill never reaches the
+    // undo stack, and the binding hears nothing of it: the outside text is the whole text already.
     void loadText(const QString &text);
-    // Restyles the shown lines and writes the text out now; every command calls it first.
+    static constexpr qsizetype fillThreshold = 2000;
+    static constexpr qsizetype fillFirstLines = 300;
+    bool isLoading() const { return m_fill.has_value(); }
+    // Puts the rest of a loading text into the document now.
+    void finishLoading();
+    // Finishes a loading text, restyles the shown lines and writes the text out now; every command
+    // calls it first, so a command always sees the whole text.
     void flushPendingChanges();
     // Styles the dirty lines that are shown, then goes on for at most one slice's time; what is left
     // is styled in later slices, each of at most `sliceMilliseconds` on the main thread.
     void restyleDirtyLines();
-    // Styles every dirty line now.
+    // Finishes a loading text and styles every dirty line now.
     void finishStyling();
     void restyleAll();
     static constexpr int sliceMilliseconds = 5;
@@ -132,8 +141,10 @@ signals:
     void cursorStateChanged();
     void textSynced();
     void breakpointsChanged();
-    // The whole text was replaced or restyled, e.g. after loadText.
+    // The whole text was replaced or restyled, e.g. after loadText (once the text is all in).
     void reloaded();
+    // A piecewise load began or ended.
+    void loadingChanged(bool loading);
 
 private:
     void contentsChanged(int position, int removed, int added);
@@ -144,6 +155,8 @@ private:
     void styleDirty(const RSourceModel::Proceed &proceed);
     void styleShownLinesAhead(qsizetype first, qsizetype last);
     void styleSlice();
+    void fillSlice(qint64 budgetNanoseconds);
+    void cancelFill();
     void shiftBreakpoints(qsizetype line, qsizetype removedLines, qsizetype insertedLines);
     bool applyIfChanged(const RTextEdit &edit);
     void insertSoftTab();
@@ -162,6 +175,13 @@ private:
     bool m_styling = false;
     bool m_deferredUpdateScheduled = false;
     QTimer m_styleSlice;
+    // A text being loaded piecewise, and how much of it the document holds.
+    struct Fill {
+        QString text;
+        qsizetype done = 0;
+    };
+    std::optional<Fill> m_fill;
+    QTimer m_fillSlice;
     std::set<qsizetype> m_breakpoints;
     qsizetype m_cursorLine = 0;
     qsizetype m_cursorColumn = 0;

@@ -3,9 +3,11 @@
 #include "../VeskCore/QStringPrinting.h"
 #include "Editor/EditorSession.h"
 #include "Editor/RmdChunks.h"
+#include "RSourceModel.h"
 #include "RSourceSnapshot.h"
 #include "TestSupport.h"
 
+#include <QCoreApplication>
 #include <QTextCursor>
 #include <QTextDocument>
 
@@ -109,4 +111,61 @@ TEST(EditorSessionModel, SmallTextsReachTheBindingAtOnceLargeOnesPerBurst)
     session.flushPendingChanges();
     EXPECT_TRUE(bound.endsWith(u'!')) << "a command flushes first";
     EXPECT_EQ(bound, session.lastSyncedText());
+}
+
+// A long text loaded by slices: at every slice's end the document and the session's text agree, the
+// line index is a fresh one and the lines above the first dirty one are lexed as a fresh lexing
+// lexes them. An edit made meanwhile keeps its place and reaches the binding once the fill ends; a
+// new load drops the fill before it; a command finishes a fill at once.
+TEST(EditorSessionModel, ALongTextFillsBySlicesAndStaysFresh)
+{
+    QTextDocument document;
+    EditorSession session(&document, EditorMode::document);
+    QString bound;
+    int writes = 0;
+    session.textBinding = [&](const QString &text) {
+        bound = text;
+        ++writes;
+    };
+    QString text;
+    for (int i = 0; i < 6000; ++i)
+        text += i % 7 == 0 ? u"s <- \"opens (\n"_qs : u"f(%1) # note\n"_qs.arg(i);
+    session.loadText(u"old <- 1\n"_qs.repeated(3000));
+    ASSERT_TRUE(session.isLoading());
+    session.loadText(text);
+    ASSERT_TRUE(session.isLoading());
+    EXPECT_LT(document.blockCount(), 1000);
+
+    int slices = 0;
+    while (session.isLoading()) {
+        QCoreApplication::processEvents();
+        ++slices;
+        QString shown = document.toRawText();
+        shown.replace(QChar::ParagraphSeparator, u'\n');
+        ASSERT_EQ(session.text(), shown) << "slice " << slices;
+        ASSERT_TRUE(session.model().lines() == RLineIndex(session.text())) << "slice " << slices;
+        RSourceModel fresh;
+        fresh.reset(session.text());
+        fresh.relex(session.text());
+        const qsizetype firstDirty =
+            session.model().isClean() ? fresh.lineCount() : session.model().dirty().front().first;
+        for (qsizetype line = 0; line < firstDirty; ++line)
+            ASSERT_TRUE(session.model().states()[line] == fresh.states()[line]) << "slice " << slices;
+        if (slices == 1)
+            QTextCursor(&document).insertText(u"edit "_qs);
+        if (session.isLoading())
+            EXPECT_EQ(writes, 0) << "the binding holds the whole text already";
+    }
+    EXPECT_GT(slices, 1);
+    EXPECT_EQ(session.text(), u"edit "_qs + text);
+    EXPECT_EQ(writes, 1);
+    EXPECT_EQ(bound, session.text());
+
+    session.loadText(text);
+    ASSERT_TRUE(session.isLoading());
+    session.flushPendingChanges();
+    EXPECT_FALSE(session.isLoading());
+    EXPECT_EQ(session.text(), text);
+    EXPECT_EQ(document.characterCount() - 1, text.size());
+    EXPECT_EQ(writes, 1) << "a load is not written back";
 }

@@ -516,6 +516,10 @@ TEST(CodeEditorView, ALargeScriptShowsStyledAtOnceAndEndsAsAFreshStyling)
     raw.replace(QChar::ParagraphSeparator, u'\n');
     EXPECT_EQ(f.session()->text(), raw);
     shownAreFresh("after the open");
+    // The rest of the text goes in by slices, and keys wait for it.
+    EXPECT_TRUE(f.editor()->isReadOnly());
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return !f.session()->isLoading(); }));
+    EXPECT_FALSE(f.editor()->isReadOnly());
 
     // A quote at the top while the rest is still being styled, and one far down after a scroll.
     f.session()->setSelection(0);

@@ -4,10 +4,13 @@
 #include "Documents/Views/DocumentTabs.h"
 #include "Documents/Views/PlainTextEditorView.h"
 #include "Documents/Views/ScriptPane.h"
+#include "Editor/Views/CodeEditor.h"
 #include "Files/FileTreeModel.h"
 #include "Files/Views/FileTreeView.h"
 #include "OffscreenWorkspace.h"
+#include "RSourceModel.h"
 #include "TestSupport.h"
+#include "TextFileCodec.h"
 
 #include <QApplication>
 #include <QFile>
@@ -209,4 +212,73 @@ TEST(DocumentViews, TheCodeMenuEditsTheSelectedScript)
     chunk->trigger();
     EXPECT_TRUE(markdown->toPlainText().contains(u"```{r}\n\n```"_qs))
         << markdown->toPlainText().toStdString();
+}
+
+// A script of more lines than the editor takes at once: the first screen comes first and the rest by
+// slices, and what ends in the editor is the file, byte for byte, with nothing to undo, nothing
+// modified, a save during the fill writing the whole text, and the styling's model a fresh one.
+TEST(DocumentViews, ALongScriptGoesInPiecewiseAndEndsAsItsFile)
+{
+    DocumentWindow f;
+    QString savedAs;
+    f.store().chooseSavePath = [&](const QString &, const QString &) {
+        return std::optional<QString>(savedAs);
+    };
+    QByteArray lines;
+    for (int i = 0; i < 5000; ++i)
+        lines += "x" + QByteArray::number(i) + " <- \"é€😀\" # ü {\n";
+    QByteArray crlf = lines;
+    crlf.replace("\n", "\r\n");
+    const struct {
+        const char *name;
+        QByteArray bytes;
+    } cases[] = {
+        {"no final line feed, non-ASCII text", lines + "last <- \"ß\""},
+        {"CRLF line ends", crlf},
+        {"a very long last line", lines + "y <- '" + QByteArray(300000, 'y') + "'"},
+    };
+    int index = 0;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        ++index;
+        const QString path = f.file(u"long%1.R"_qs.arg(index), c.bytes);
+        f.store().open(path);
+        EditorDocument *document = f.store().script(path);
+        ASSERT_TRUE(document);
+        auto *editor = f.tabs().editorView(document->id())->findChild<CodeEditor *>();
+        ASSERT_TRUE(editor);
+        EditorSession *session = editor->session();
+        ASSERT_TRUE(session->isLoading());
+        EXPECT_TRUE(editor->isReadOnly());
+        EXPECT_LT(editor->document()->blockCount(), 1000) << "the first screen comes first";
+
+        savedAs = f.dir.filePath(u"copy%1.R"_qs.arg(index));
+        bool saved = false;
+        f.store().save(document, true, [&](bool ok) { saved = ok; });
+        EXPECT_TRUE(saved);
+        QFile copy(savedAs);
+        ASSERT_TRUE(copy.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(copy.readAll() == c.bytes) << "a save during the fill writes the whole text";
+        ASSERT_TRUE(session->isLoading()) << "the save came during the fill";
+
+        ASSERT_TRUE(TestSupport::waitUntil([&] { return !session->isLoading(); }));
+        QString shown = editor->document()->toRawText();
+        shown.replace(QChar::ParagraphSeparator, u'\n');
+        EXPECT_TRUE(shown == document->text());
+        EXPECT_TRUE(TextFileCodec::encode(shown, document->encoding(), document->lineEnding()) == c.bytes);
+        EXPECT_FALSE(document->needsSave());
+        EXPECT_FALSE(editor->document()->isModified());
+        EXPECT_FALSE(editor->isReadOnly());
+        EXPECT_FALSE(editor->document()->isUndoAvailable());
+        QKeyEvent undo(QEvent::KeyPress, Qt::Key_Z, Qt::ControlModifier);
+        QApplication::sendEvent(editor, &undo);
+        EXPECT_EQ(editor->document()->characterCount() - 1, shown.size()) << "undo keeps the file's text";
+
+        session->finishStyling();
+        RSourceModel fresh(session->language());
+        fresh.reset(session->text());
+        fresh.relex(session->text());
+        EXPECT_TRUE(session->model().lines() == fresh.lines());
+        EXPECT_TRUE(session->model().states() == fresh.states());
+    }
 }

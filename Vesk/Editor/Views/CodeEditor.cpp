@@ -56,6 +56,9 @@ CodeEditor::CodeEditor(EditorMode mode, QWidget *parent) : QPlainTextEdit(parent
     };
     setTabChangesFocus(false);
     setReadOnly(mode == EditorMode::display);
+    // The user edits a loading text only once all of it is in.
+    connect(m_session, &EditorSession::loadingChanged, this,
+            [this](bool loading) { setReadOnly(loading || m_session->mode() == EditorMode::display); });
 
     m_gutter = new Gutter(this);
     connect(this, &QPlainTextEdit::blockCountChanged, this, &CodeEditor::updateGutterWidth);

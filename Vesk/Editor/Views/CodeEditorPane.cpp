@@ -7,6 +7,8 @@
 #include "EditorFindBar.h"
 #include "EditorJumpBar.h"
 
+#include <QHBoxLayout>
+#include <QLabel>
 #include <QPointer>
 #include <QVBoxLayout>
 
@@ -19,10 +21,21 @@ CodeEditorPane::CodeEditorPane(Workspace *workspace, QWidget *parent) : QWidget(
     m_jumpBar = new EditorJumpBar(*m_controller, this);
     m_findBar = new EditorFindBar(m_editor, this);
 
+    m_loading = new QLabel(QStringLiteral("Loading…"), this);
+    m_loading->setObjectName(QStringLiteral("editorLoading"));
+    m_loading->setForegroundRole(QPalette::PlaceholderText);
+    m_loading->setVisible(m_editor->session()->isLoading());
+    connect(m_editor->session(), &EditorSession::loadingChanged, m_loading, &QLabel::setVisible);
+
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
-    layout->addWidget(m_jumpBar, 0, Qt::AlignLeft);
+    auto *top = new QHBoxLayout;
+    top->setContentsMargins(0, 0, 6, 0);
+    top->addWidget(m_jumpBar, 0, Qt::AlignLeft);
+    top->addStretch(1);
+    top->addWidget(m_loading);
+    layout->addLayout(top);
     layout->addWidget(m_editor, 1);
     layout->addWidget(m_findBar);
     setFocusProxy(m_editor);

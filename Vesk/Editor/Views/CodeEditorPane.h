@@ -8,6 +8,7 @@ class CodeEditor;
 class CodeEditorController;
 class EditorFindBar;
 class EditorJumpBar;
+class QLabel;
 class Workspace;
 
 class CodeEditorPane : public QWidget {
@@ -26,4 +27,6 @@ private:
     CodeEditorController *m_controller = nullptr;
     EditorFindBar *m_findBar = nullptr;
     EditorJumpBar *m_jumpBar = nullptr;
+    // Shown while a long text is still going into the editor.
+    QLabel *m_loading = nullptr;
 };

@@ -3,6 +3,10 @@
 #include "Editor/CodeEditorController.h"
 #include "Outline.h"
 
+#include <QCoreApplication>
+#include <QPointer>
+#include <QThreadPool>
+
 EditorJumpBar::EditorJumpBar(CodeEditorController &controller, QWidget *parent)
     : QComboBox(parent), m_controller(controller)
 {
@@ -30,7 +34,30 @@ EditorJumpBar::EditorJumpBar(CodeEditorController &controller, QWidget *parent)
 
 void EditorJumpBar::refresh()
 {
-    const QList<OutlineItem> items = Outline::items(m_controller.text(), m_controller.language());
+    const QString text = m_controller.text();
+    const RSourceLanguage language = m_controller.language();
+    const quint64 generation = ++m_generation;
+    if (text.size() < backgroundScanLength) {
+        showItems(Outline::items(text, language));
+        return;
+    }
+    // A long text is scanned on a pool thread (the text is shared, not copied); an answer that a
+    // later refresh overtook is dropped.
+    QPointer<EditorJumpBar> self(this);
+    QThreadPool::globalInstance()->start([self, text, language, generation] {
+        QList<OutlineItem> items = Outline::scan(text, language);
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, generation, items = std::move(items)] {
+                if (self && self->m_generation == generation)
+                    self->showItems(items);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void EditorJumpBar::showItems(const QList<OutlineItem> &items)
+{
     if (items == m_items && count() > 0)
         return;
     m_items = items;
