@@ -135,8 +135,7 @@ columnCells <- function(column, rows) {
   if (is.logical(column) && is.null(attributes(column))) return(formatLogical(column[rows]))
   if (is.character(column) && is.null(attributes(column))) {
     cells <- column[rows]
-  } else if (is.factor(column) && identical(names(attributes(column)), c("levels", "class")) &&
-             (identical(class(column), "factor") || identical(class(column), c("ordered", "factor")))) {
+  } else if (plainFactor(column)) {
     cells <- levels(column)[column[rows]]
   } else if (identical(class(column), "Date") && identical(names(attributes(column)), "class")) {
     return(format(column[rows]))
@@ -147,6 +146,11 @@ columnCells <- function(column, rows) {
   if (!all(validUTF8(cells[!is.na(cells)])) || !identical(encodeString(cells, na.encode = FALSE), cells))
     return(NULL)
   cells
+}
+
+plainFactor <- function(x) {
+  is.factor(x) && identical(names(attributes(x)), c("levels", "class")) &&
+    (identical(class(x), "factor") || identical(class(x), c("ordered", "factor")))
 }
 
 plainFrame <- function(x) {
@@ -277,9 +281,15 @@ plainStr <- local({
   # The lines of the columns after their names (or of one vector), each kind of column at once.
   vectorLines <- function(columns, nested, width) {
     n <- length(columns[[1L]])
-    if (n < 2L || !is.null(unlist(lapply(columns, attributes)))) return(NULL)
-    mods <- c(double = "num", integer = "int", logical = "logi", character = "chr")[
-      vapply(columns, typeof, "", USE.NAMES = FALSE)]
+    if (n < 2L) return(NULL)
+    types <- vapply(columns, typeof, "", USE.NAMES = FALSE)
+    if (!is.null(unlist(lapply(columns, attributes)))) {
+      factors <- vapply(columns, plainFactor, NA, USE.NAMES = FALSE)
+      plain <- vapply(columns, function(x) is.null(attributes(x)), NA, USE.NAMES = FALSE)
+      if (!all(factors | plain)) return(NULL)
+      types[factors] <- "factor"
+    }
+    mods <- c(double = "num", integer = "int", logical = "logi", character = "chr", factor = "factor")[types]
     if (anyNA(mods)) return(NULL)
     k <- length(columns)
     heads <- paste0(" ", mods, " ", if (!nested) paste0("[1:", n, "]"))
@@ -312,6 +322,25 @@ plainStr <- local({
       texts <- c("FALSE", "TRUE")[h[take] + 1L]
       texts[is.na(texts)] <- "NA"
       shown[mods == "logi"] <- joined(texts, col(h)[take])
+    }
+    for (j in which(mods == "factor")) {
+      x <- columns[[j]]
+      levels <- levels(x)
+      nl <- length(levels)
+      if (nl == 0L) return(NULL)
+      levels <- encodeString(levels[seq_len(min(nl, min(max(width / 2, 10), 1000)))],
+                             na.encode = FALSE, quote = "\"")
+      # As many levels as reach past 13 columns.
+      lenl <- cumsum(1L + nchar(levels, "w"))
+      ml <- if (length(levels) <= 1L || lenl[length(levels)] <= 13L) length(levels) else which.max(lenl > 13L)
+      levels <- levels[seq_len(ml)]
+      if (any(nchar(levels, "w") > 128L)) return(NULL)
+      sep <- if (is.ordered(x)) "<" else ","
+      heads[j] <- paste0(if (is.ordered(x)) " Ord.factor" else " Factor", " w/ ", nl, " level",
+                         if (nl != 1L) "s", " ", paste(levels, collapse = sep), if (ml < nl) paste0(sep, ".."), ":")
+      codes <- as.character(unclass(x)[seq_len(m)])
+      codes[is.na(codes)] <- "NA"
+      shown[j] <- paste(codes, collapse = " ")
     }
     for (j in which(mods == "chr")) {
       x <- columns[[j]]

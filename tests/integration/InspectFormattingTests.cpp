@@ -76,15 +76,16 @@ TEST(InspectFormatting, TextsEqualRsOwnForTheDatasetsFramesAndPlainVectorsUnderE
     }
 
     // The comparisons above hold only if the kernel's own layout answered: it does for the common
-    // kinds (str() leaves factors and dates to R).
+    // kinds (str() leaves dates to R).
     const ExecResult covered = k.run(QStringLiteral(
         "cat(vapply(c(\"mtcars\", \"airquality\", \"iris\", \"ToothGrowth\", \"warpbreaks\", \"esoph\", \"kinds\"),\n"
         "           function(n) !is.null(.vesk$quickHead(get(n))) && !is.null(.vesk$quickSummary(get(n))), NA),\n"
-        "    vapply(c(\"mtcars\", \"airquality\", \"dbl\", \"ints\", \"flags\", \"words\", \"steps\"),\n"
+        "    vapply(c(\"mtcars\", \"airquality\", \"iris\", \"esoph\", \"dbl\", \"ints\", \"flags\", \"words\",\n"
+        "             \"steps\", \"levels3\"),\n"
         "           function(n) !is.null(.vesk$plainStr(get(n))), NA),\n"
         "    vapply(c(\"dbl\", \"huge\", \"ints\", \"sparse\"), function(n) !is.null(.vesk$quickSummary(get(n))), NA),\n"
         "    vapply(c(\"dbl\", \"ints\", \"flags\", \"words\"), function(n) !is.null(.vesk$quickHead(get(n))), NA))"));
-    EXPECT_EQ(covered.output.trimmed().split(u' ').count(u"TRUE"_qs), 22) << covered.output.toStdString();
+    EXPECT_EQ(covered.output.trimmed().split(u' ').count(u"TRUE"_qs), 25) << covered.output.toStdString();
 }
 
 // The user's own methods (and functions the layout stands in for) send inspect through R's
