@@ -1,5 +1,6 @@
 #include "RSessionTypes.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace LenientJSON {
@@ -152,10 +153,71 @@ std::optional<RSessionState> RSessionState::fromJSON(const JSONValue &value)
         return std::nullopt;
     RSessionState state;
     state.wd = LenientJSON::string(value.find(u"wd")).value_or(QString());
-    state.env = LenientJSON::items(value.find(u"env"), REnvObject::fromJSON);
+    if (const JSONValue *env = value.find(u"env")) {
+        state.env = LenientJSON::items(env, REnvObject::fromJSON);
+    } else if (const JSONValue *changed = value.find(u"changed")) {
+        state.partial = true;
+        state.env = LenientJSON::items(changed, REnvObject::fromJSON);
+        state.removed = LenientJSON::strings(value.find(u"removed")).value_or(QStringList());
+    }
     state.attached = LenientJSON::strings(value.find(u"attached")).value_or(QStringList());
     state.loaded = LenientJSON::strings(value.find(u"loaded")).value_or(QStringList());
     state.prompt = LenientJSON::string(value.find(u"prompt")).value_or(state.prompt);
     state.continuation = LenientJSON::string(value.find(u"continue")).value_or(state.continuation);
     return state;
+}
+
+bool RSessionState::nameBefore(const QString &a, const QString &b)
+{
+    // Surrogates (U+D800..U+DFFF) moved above the rest of the BMP give code point order.
+    const auto rank = [](char16_t u) -> char32_t {
+        if (u >= 0xD800 && u < 0xE000)
+            return char32_t(u) + 0x2000;
+        if (u >= 0xE000)
+            return char32_t(u) - 0x800;
+        return u;
+    };
+    const qsizetype n = std::min(a.size(), b.size());
+    for (qsizetype i = 0; i < n; ++i) {
+        const char16_t x = a[i].unicode();
+        const char16_t y = b[i].unicode();
+        if (x != y)
+            return rank(x) < rank(y);
+    }
+    return a.size() < b.size();
+}
+
+void RSessionState::apply(const RSessionState &next)
+{
+    QList<REnvObject> env = next.partial ? std::move(this->env) : next.env;
+    if (next.partial && (!next.env.isEmpty() || !next.removed.isEmpty())) {
+        const auto byName = [](const REnvObject &object, const QString &name) {
+            return nameBefore(object.name, name);
+        };
+        // The position of `name`, or where it belongs; a name out of order is found by a scan.
+        const auto locate = [&](const QString &name) {
+            auto at = std::lower_bound(env.begin(), env.end(), name, byName);
+            if (at != env.end() && at->name == name)
+                return at;
+            auto found = std::find_if(env.begin(), env.end(),
+                                      [&](const REnvObject &object) { return object.name == name; });
+            return found != env.end() ? found : at;
+        };
+        for (const QString &name : next.removed) {
+            auto at = locate(name);
+            if (at != env.end() && at->name == name)
+                env.erase(at);
+        }
+        for (const REnvObject &object : next.env) {
+            auto at = locate(object.name);
+            if (at != env.end() && at->name == object.name)
+                *at = object;
+            else
+                env.insert(at, object);
+        }
+    }
+    *this = next;
+    this->env = std::move(env);
+    partial = false;
+    removed.clear();
 }

@@ -94,18 +94,27 @@ struct REnvObject {
     bool operator==(const REnvObject &) const = default;
 };
 
-// The environment snapshot of a "state" event.
+// The environment snapshot of a "state" event. The kernel's first state lists every object; a
+// later one may be partial: `env` then holds only the objects that are new or changed, and
+// `removed` the names that are gone. `apply` folds either into the snapshot before it.
 struct RSessionState {
     QString wd;
-    QList<REnvObject> env;
+    QList<REnvObject> env; // sorted by name in code point order, as the kernel sorts
     QStringList attached;
     QStringList loaded;
     // R's prompts as user code sees them ("> " and "+ ", or what the user set).
     QString prompt = QStringLiteral("> ");
     QString continuation = QStringLiteral("+ ");
+    bool partial = false;
+    QStringList removed;
 
     // Fails only when the value is no object; entries of `env` that do not decode are skipped.
     static std::optional<RSessionState> fromJSON(const JSONValue &value);
+    // This snapshot followed by `next`: a full state replaces it, a partial one is merged, keeping
+    // the order. An environment nothing changed in stays the very same (shared) list.
+    void apply(const RSessionState &next);
+    // Code point order, which is R's radix order for UTF-8 names (UTF-16 order differs above U+FFFF).
+    static bool nameBefore(const QString &a, const QString &b);
     bool operator==(const RSessionState &) const = default;
 };
 

@@ -1,58 +1,103 @@
 # The global environment: the state event that describes its objects.
 
 # ---- The state event --------------------------------------------------------------------------
-# Describes every object of the global environment. The cost must follow the number of objects,
-# never their size: no object.size on large character data, no formatting of whole vectors.
+# Describes the objects of the global environment. The first state of a session lists them all;
+# each later one lists only the objects that are new or whose description changed, and the names
+# that are gone, so that a run costs what it changed, not what the session holds. The cost of
+# describing an object follows the number of objects, never their size: no object.size on large
+# character data, no formatting of whole vectors.
 
 stateLimit <- 5000L
 functionSummaries <- new.env(parent = emptyenv())
 
-sendState <- function() sendJSON(stateJSON())
+sendState <- function(full = FALSE) {
+  text <- stateJSON(full)
+  sendJSON(text)
+  # Only what went out is the base of the next partial state.
+  sent$names <- attr(text, "objects")
+  sent$rows <- attr(text, "rows")
+}
 
-stateJSON <- function() {
+# The state event's JSON: all objects when `full` or when nothing was sent yet, else the changes
+# since the last state sent.
+stateJSON <- function(full = FALSE) {
   env <- globalenv()
-  # Radix order: the locale's collation costs more than the rest of the event.
-  names <- sort(ls(env, sorted = FALSE), method = "radix")
-  if (length(names) > stateLimit) names <- names[seq_len(stateLimit)]
-  objects <- describeObjects(names, env)
+  names <- stateNames(env)
+  rows <- describeObjects(names, env)
+  before <- sent$names
+  objects <- if (full || is.null(before)) {
+    paste0(',"env":[', paste(rows, collapse = ","), "]")
+  } else {
+    at <- if (identical(names, before)) seq_along(names) else match(names, before)
+    changed <- which(is.na(at) | rows != sent$rows[at])
+    removed <- before[!(before %in% names)]
+    paste0(',"changed":[', paste(rows[changed], collapse = ","), "]",
+           ',"removed":', json(I(removed)))
+  }
   attached <- setdiff(search(), "tools:vesk")
-  paste0('{"type":"state","state":{"wd":', jsonString(getwd()),
-         ',"env":[', paste(objects, collapse = ","), "]",
-         ',"attached":', json(I(attached)),
-         ',"loaded":', json(I(loadedNamespaces())),
-         ',"prompt":', jsonString(userPrompt), ',"continue":', jsonString(userContinue), "}}")
+  text <- paste0('{"type":"state","state":{"wd":', jsonString(getwd()),
+                 objects,
+                 ',"attached":', json(I(attached)),
+                 ',"loaded":', json(I(loadedNamespaces())),
+                 ',"prompt":', jsonString(userPrompt), ',"continue":', jsonString(userContinue), "}}")
+  structure(text, objects = names, rows = rows)
+}
+
+# What the client was last sent: the names in their order and each object's JSON.
+sent <- new.env(parent = emptyenv())
+sent$names <- NULL
+sent$rows <- character()
+
+# The sorted names, sorted again only when the set of names changed. Radix order: the locale's
+# collation costs more than the rest of the event, and the client keeps the same (code point)
+# order when it merges a partial state.
+sortedNames <- new.env(parent = emptyenv())
+sortedNames$raw <- character()
+sortedNames$sorted <- character()
+
+stateNames <- function(env) {
+  raw <- ls(env, sorted = FALSE)
+  if (identical(raw, sortedNames$raw)) return(sortedNames$sorted)
+  names <- sort(raw, method = "radix")
+  if (length(names) > stateLimit) names <- names[seq_len(stateLimit)]
+  sortedNames$raw <- raw
+  sortedNames$sorted <- names
+  names
 }
 
 typeLabels <- c(double = "num", integer = "int", character = "chr", logical = "logi",
                 complex = "cplx", raw = "raw")
 atomicTypes <- names(typeLabels)
 
-regularNames <- character()
-
 # Descriptions of small objects are kept with the objects themselves: holding a small value makes
 # R copy it on its next modification (cheap), so an unchanged object is the very object held, and
 # its description is reused. Large objects are never held, and described on every state: holding
 # one would make its next in-place modification a copy. Environments are never held either, so
-# nothing the user removed outlives the next state.
+# nothing the user removed outlives the next state. Every member runs parallel to `names`, the
+# names of the last state: `values` has NULL where nothing is held (`kept` tells); for held lists (data frames)
+# `lengths`, `classes` and `memberNames` keep what code that changes objects in place (data.table's
+# setDT, setattr, setnames) changes without making a new object (NA and NULL for the rest); `rows`
+# is each object's JSON without "from", `json` with it.
 held <- new.env(parent = emptyenv())
-held$names <- character()
-held$values <- list()
-held$classes <- list()
-held$lengths <- integer()
-held$rows <- list()
+
+forgetDescriptions <- function() {
+  held$names <- character()
+  held$active <- logical()
+  held$values <- list()
+  held$kept <- logical()
+  held$lengths <- integer()
+  held$classes <- list()
+  held$memberNames <- list()
+  held$rows <- character()
+  held$from <- character()
+  held$json <- character()
+}
+forgetDescriptions()
 
 # No function that holds the user's values makes a closure (not even an error handler): a closure
 # keeps its frame alive, and R then never lowers the counts of the values that frame refers to.
 nullOnError <- function(e) NULL
 falseOnError <- function(e) FALSE
-
-forgetDescriptions <- function() {
-  held$names <- character()
-  held$values <- list()
-  held$classes <- list()
-  held$lengths <- integer()
-  held$rows <- list()
-}
 
 # Whether a value is small enough to hold: atomic vectors, functions, and plain lists and data
 # frames of small atomic vectors.
@@ -69,18 +114,47 @@ holdable <- function(x) {
   TRUE
 }
 
+# Which of `now` are identical to `then`, element by element: whole blocks compare at C speed when
+# nothing in them changed, so the cost follows the number of changed objects. The block lists are
+# emptied before they are dropped (see describeObjects).
+sameValues <- function(now, then) {
+  n <- length(now)
+  if (identical(now, then, num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)) return(rep.int(TRUE, n))
+  same <- logical(n)
+  block <- 128L
+  starts <- if (n) seq.int(1L, n, by = block) else integer()
+  for (start in starts) {
+    idx <- start:min(n, start + block - 1L)
+    a <- now[idx]
+    b <- then[idx]
+    if (identical(a, b, num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)) {
+      same[idx] <- TRUE
+    } else {
+      for (k in seq_along(idx)) {
+        same[idx[k]] <- identical(a[[k]], b[[k]], num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)
+      }
+    }
+    a[] <- list(NULL)
+    b[] <- list(NULL)
+  }
+  same
+}
+
+# The JSON of each object of `names` (sorted), reusing what is held.
 describeObjects <- function(names, env) {
   n <- length(names)
   if (!n) {
     forgetDescriptions()
     return(character())
   }
-  # A regular binding cannot turn active in place (makeActiveBinding refuses), so only names
-  # that are new since the last snapshot need the (comparatively slow) check.
-  active <- logical(n)
-  fresh <- which(!(names %in% regularNames))
-  if (length(fresh)) active[fresh] <- vapply(names[fresh], bindingIsActive, NA, env = env, USE.NAMES = FALSE)
-  regularNames <<- names[!active]
+  # The previous state's members, aligned with `names`.
+  unchanged <- identical(names, held$names)
+  pos <- if (unchanged) seq_len(n) else match(names, held$names)
+  # A regular binding cannot turn active in place (makeActiveBinding refuses): only new names,
+  # names that were active, and (below) names whose value changed need the (slow) check.
+  active <- held$active[pos]
+  check <- which(is.na(active) | active)
+  if (length(check)) active[check] <- vapply(names[check], bindingIsActive, NA, env = env, USE.NAMES = FALSE)
   # Every list holding the user's values is emptied before it is dropped: R does not lower a
   # value's reference count when a list holding it is merely garbage, and a value counted twice
   # is copied on its next modification.
@@ -98,32 +172,41 @@ describeObjects <- function(names, env) {
     got[] <- list(NULL)
   }
   on.exit(values[] <- list(NULL))
-  # Reuse: the same name bound to the object held for it (or one identical to it), whose class
-  # and length have not been changed in place by code that ignores R's copy rules.
-  pos <- match(names, held$names)
-  pos[active] <- NA
-  reuse <- which(!is.na(pos))
-  if (length(reuse)) {
-    now <- values[reuse]
-    then <- held$values[pos[reuse]]
-    same <- identical(now, then, num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)
-    if (!same) {
-      same <- logical(length(now))
-      for (k in seq_along(now)) {
-        same[k] <- identical(now[[k]], then[[k]], num.eq = FALSE, single.NA = TRUE, ignore.srcref = FALSE)
-      }
-    }
-    same <- same & lengths(now, use.names = FALSE) == held$lengths[pos[reuse]]
-    for (k in which(same)) same[k] <- identical(oldClass(now[[k]]), held$classes[[pos[reuse[k]]]])
-    now[] <- list(NULL)
-    then[] <- list(NULL)
-    reuse <- reuse[same]
+
+  # Reuse: the same name bound to the object held for it (or one identical to it), with the same
+  # shape where a shape is held.
+  then <- if (unchanged) held$values else held$values[pos]
+  same <- sameValues(values, then) & !is.na(pos) & !active
+  same[same] <- held$kept[pos[same]]
+  then[] <- list(NULL)
+  # Removed and bound again as an active binding since the last state.
+  check <- which(!same & !active & !is.na(pos))
+  if (length(check)) {
+    turned <- check[vapply(names[check], bindingIsActive, NA, env = env, USE.NAMES = FALSE)]
+    active[turned] <- TRUE
+    values[turned] <- list(NULL)
   }
-  todo <- setdiff(seq_len(n), reuse)
+  lens <- rep(NA_integer_, n)
+  classes <- vector("list", n)
+  memberNames <- vector("list", n)
+  if (any(same)) {
+    lens[same] <- held$lengths[pos[same]]
+    classes[same] <- held$classes[pos[same]]
+    memberNames[same] <- held$memberNames[pos[same]]
+  }
+  # Builtins only, no closure per object: this runs over every held list on every state.
+  shaped <- which(same & !is.na(lens))
+  if (length(shaped)) {
+    some <- values[shaped]
+    same[shaped] <- lengths(some, use.names = FALSE) == lens[shaped] &
+      sameValues(lapply(some, oldClass), classes[shaped]) &
+      sameValues(lapply(some, names), memberNames[shaped])
+    some[] <- list(NULL)
+  }
   rowText <- character(n)
-  if (length(reuse)) rowText[reuse] <- unlist(held$rows[pos[reuse]], use.names = FALSE)
-  keep <- logical(n)
-  keep[reuse] <- TRUE
+  rowText[same] <- held$rows[pos[same]]
+  todo <- which(!same)
+  keep <- same
   if (length(todo)) {
     some <- values[todo]
     rows <- NULL
@@ -131,30 +214,58 @@ describeObjects <- function(names, env) {
       rows <- describeEach(some, names[todo])
     }
     rowText[todo] <- describeRows(rows, names[todo], active[todo])
-    for (k in seq_along(todo)) keep[todo[k]] <- !active[todo[k]] && holdable(some[[k]])
+    for (k in seq_along(todo)) {
+      if (active[todo[k]] || !holdable(some[[k]])) next
+      keep[todo[k]] <- TRUE
+      if (!is.list(some[[k]])) next
+      lens[todo[k]] <- length(some[[k]])
+      classes[todo[k]] <- list(oldClass(some[[k]]))
+      memberNames[todo[k]] <- list(names(some[[k]]))
+    }
     some[] <- list(NULL)
   }
-  kept <- which(keep)
-  held$names <- names[kept]
-  held$rows <- as.list(rowText[kept])
-  held$values <- values[kept]
-  held$classes <- lapply(held$values, oldClass)
-  held$lengths <- lengths(held$values, use.names = FALSE)
+  kept <- values
+  kept[!keep] <- list(NULL)
+  lens[!keep] <- NA_integer_
+  classes[!keep] <- list(NULL)
+  memberNames[!keep] <- list(NULL)
+  held$names <- names
+  held$active <- active
+  held$values <- kept
+  held$kept <- keep
+  held$lengths <- lens
+  held$classes <- classes
+  held$memberNames <- memberNames
+  held$rows <- rowText
+  kept[] <- list(NULL)
 
   from <- rep(NA_character_, n)
   lineageNames <- names(lineage)
-  for (i in which(names %in% lineageNames)) {
-    parents <- get(names[i], envir = lineage)
-    parents <- parents[parents %in% names]
-    if (length(parents)) from[i] <- json(I(parents))
+  if (length(lineageNames)) {
+    for (i in which(names %in% lineageNames)) {
+      parents <- get(names[i], envir = lineage)
+      parents <- parents[parents %in% names]
+      if (length(parents)) from[i] <- json(I(parents))
+    }
+    stale <- setdiff(lineageNames, names)
+    if (length(stale)) rm(list = stale, envir = lineage)
   }
-  stale <- setdiff(lineageNames, names)
-  if (length(stale)) rm(list = stale, envir = lineage)
   stale <- setdiff(ls(functionSummaries, all.names = TRUE, sorted = FALSE), names)
   if (length(stale)) rm(list = stale, envir = functionSummaries)
-  withFrom <- which(!is.na(from))
-  rowText[withFrom] <- paste0(rowText[withFrom], ',"from":', from[withFrom])
-  paste0(rowText, "}")
+  # The full JSON again only where the row or its "from" changed.
+  out <- held$json[pos]
+  before <- held$from[pos]
+  moved <- is.na(from) != is.na(before)
+  moved[!moved & !is.na(from)] <- from[!moved & !is.na(from)] != before[!moved & !is.na(from)]
+  redo <- which(!same | is.na(out) | moved)
+  if (length(redo)) {
+    withFrom <- redo[!is.na(from[redo])]
+    out[redo] <- paste0(rowText[redo], "}")
+    out[withFrom] <- paste0(rowText[withFrom], ',"from":', from[withFrom], "}")
+  }
+  held$from <- from
+  held$json <- out
+  out
 }
 
 # A member whose value is NA is left out. (Defined here rather than inside describeRows: a

@@ -113,8 +113,13 @@ evalUserExpression <- function(expr, status) {
     value <- withVisible(evalTop(expr, globalenv()))
     noteLineage(expr[[1L]])
     setLastValue(value$value)
-    lastValue <<- value
-    if (value$visible) printTop(value$value)
+    lastValue$value <- value$value
+    lastValue$pending <- TRUE
+    visible <- value$visible
+    # Emptied: R does not lower the value's count when this list is dropped, and the user's next
+    # in-place change of it would copy.
+    value[] <- list(NULL)
+    if (visible) printTop(.Last.value)
   }, message = onMessage, warning = onWarning, error = function(cond) {
     status$condition <- cond
     calls <- sys.calls()
@@ -142,14 +147,16 @@ evalUserExpression <- function(expr, status) {
 }
 
 # R sets .Last.value to the exec call's own (invisible) result; the top-level callback puts back
-# the value of the user's last expression.
-lastValue <- NULL
+# the value of the user's last expression. Kept in an environment: a binding set to NULL no longer
+# counts its old value.
+lastValue <- new.env(parent = emptyenv())
+lastValue$value <- NULL
+lastValue$pending <- FALSE
+# The binding stays unlocked: once locked again, R no longer lowers the count of the value it held
+# when it is set anew, and the user's next in-place change of that value would copy it.
 setLastValue <- function(value) {
   base <- baseenv()
-  if (bindingIsLocked(".Last.value", base)) {
-    unlockBinding(".Last.value", base)
-    on.exit(lockBinding(".Last.value", base))
-  }
+  if (bindingIsLocked(".Last.value", base)) unlockBinding(".Last.value", base)
   assign(".Last.value", value, envir = base)
 }
 
@@ -378,9 +385,10 @@ topLevelCallback <- function(expr, value, ok, visible) {
 afterTopLevel <- function(expr) {
   tryCatch(suspendInterrupts({
     installPrompts()
-    if (!is.null(lastValue)) {
+    if (lastValue$pending) {
       setLastValue(lastValue$value)
-      lastValue <<- NULL
+      lastValue$value <- NULL
+      lastValue$pending <- FALSE
     }
     if (!isKernelCall(expr)) sendState()
   }), error = function(e) NULL)

@@ -10,6 +10,8 @@
 # and the prompt markers 0x02 and 0x03 never reach the stream raw.
 jsonString <- function(x) {
   x <- as.character(x)
+  # paste0() would make one empty string of no strings.
+  if (!length(x)) return(character())
   # Most strings are plain printable ASCII: quote those at once.
   plain <- !grepl("[^] !#-[^-~]", x, useBytes = TRUE)
   if (all(plain)) {

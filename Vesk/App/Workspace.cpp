@@ -264,8 +264,10 @@ void Workspace::handle(const SessionEvent &event)
 void Workspace::applyState(const RSessionState &state)
 {
     ++m_stateRevision;
+    // A run that changed nothing leaves the session's list shared with ours: comparing is free.
+    const bool envChanged = !m_environmentIsCurrent || state.env != m_environment;
     if (m_settings.boolValue(Settings::showWorkspaceChanges) && m_environmentIsCurrent)
-        m_console.attach(WorkspaceChange::diff(m_environment, state.env));
+        m_console.attach(envChanged ? WorkspaceChange::diff(m_environment, state.env) : QList<WorkspaceChange>());
     m_environment = state.env;
     m_environmentIsCurrent = true;
     const bool directoryChanged = m_workingDirectory != state.wd && !state.wd.isEmpty();
@@ -273,7 +275,8 @@ void Workspace::applyState(const RSessionState &state)
         m_workingDirectory = state.wd;
     m_attachedPackages = state.attached;
     m_console.setPrompts(state.prompt, state.continuation);
-    emit environmentChanged();
+    if (envChanged)
+        emit environmentChanged();
     // R may have written a file that a tab shows.
     m_documents->refreshDataViews();
     if (directoryChanged)

@@ -352,6 +352,7 @@ void RSession::start(const QString &executable, const QString &workingDirectory,
     m_lineBuffer.clear();
     m_pendingDebugLocation.reset();
     m_browserPrepared = false;
+    m_state = RSessionState();
 
     m_process = processFactory ? processFactory(executable, workingDirectory, kernel)
                                : std::make_unique<RProcess>(executable, workingDirectory, kernel);
@@ -656,7 +657,8 @@ void RSession::handleKernelEvent(const KernelEvent &event)
         break;
     case KernelEvent::Kind::State:
         out.kind = SessionEvent::Kind::State;
-        out.state = event.state;
+        m_state.apply(event.state);
+        out.state = m_state;
         break;
     case KernelEvent::Kind::Done:
         if (m_exec) {

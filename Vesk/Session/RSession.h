@@ -253,6 +253,8 @@ private:
     std::optional<std::pair<QString, int>> m_pendingDebugLocation;
     bool m_browserPrepared = false;
     bool m_quitting = false;
+    // The environment as the kernel's states tell it, partial ones merged in.
+    RSessionState m_state;
     // True while an event of the process is handled: the process must then outlive the call.
     bool m_handlingEvent = false;
     void releaseProcess();

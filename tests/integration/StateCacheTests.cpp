@@ -1,5 +1,6 @@
 // The state event reuses the descriptions of unchanged objects: what it reports must equal a
 // description made from scratch, and reading the user's values must not make R copy them.
+#include "JSONValue.h"
 #include "LiveSession.h"
 
 #include <gtest/gtest.h>
@@ -63,9 +64,9 @@ const char *randomWorkload = R"(local({
     else if (op == "modify" && present && !active) modify(name)
     else if (op != "active" && !active) assign(name, sample(makers, 1)[[1]](), envir = g)
     if (step %% 50 == 0) {
-      cached <- .vesk$stateJSON()
+      cached <- .vesk$stateJSON(full = TRUE)
       .vesk$forgetDescriptions()
-      fresh <- .vesk$stateJSON()
+      fresh <- .vesk$stateJSON(full = TRUE)
       compared <- compared + 1L
       if (!identical(cached, fresh)) differing <- c(differing, step)
     }
@@ -120,4 +121,60 @@ TEST(StateCache, ValuesModifiedInPlaceAreNotCopiedBecauseOfTheKernel)
     s.output(u"invisible(2)"_qs);
     EXPECT_EQ(copies(trace + vector), 0);
     EXPECT_EQ(copies(others), alone);
+
+    // A value assigned at the top level, as R's own console leaves it: counted by its binding
+    // and .Last.value only, so once .Last.value moves on, changing it in place copies nothing.
+    s.output(u"y <- runif(1e6)"_qs);
+    s.output(u"z <- list(runif(1e5))"_qs);
+    EXPECT_EQ(copies(u"invisible(tracemem(y)); y[1] <- 0; y[2] <- 0"_qs), 0);
+    EXPECT_EQ(copies(u"invisible(tracemem(z[[1]])); z[[1]][1] <- 0"_qs), 0);
+}
+
+// After the first state the kernel sends only what changed; the session's merged snapshot must
+// equal a full description after every run, in R's order, names beyond the BMP included.
+TEST(StateCache, PartialStatesMergeIntoTheFullSnapshot)
+{
+    StateSession s;
+    ASSERT_TRUE(s.start());
+    s.output(QString::fromUtf8(R"(local({
+      e <- attach(NULL, name = "test:churn")
+      e$churn <- function(seed) {
+        set.seed(seed)
+        g <- globalenv()
+        pool <- c(sprintf("v%02d", 1:40), "\u00e41", "Z", "\u03a9", "\U0001F600x", "\uFF01", "a.b", "x\u00e9")
+        for (i in 1:25) {
+          name <- sample(pool, 1)
+          switch(sample(5, 1),
+            assign(name, runif(sample(1:3, 1)), envir = g),
+            if (exists(name, envir = g, inherits = FALSE)) rm(list = name, envir = g),
+            assign(name, data.frame(a = seq_len(sample(c(3, 2e4), 1))), envir = g),
+            if (is.numeric(g[[name]])) eval(call("<-", call("[", as.name(name), 1), -1), g),
+            assign(name, list(sample(letters, 2)), envir = g))
+        }
+      }
+    }))"));
+    for (int run = 1; run <= 40; ++run) {
+        s.output(u"churn(%1)"_qs.arg(run));
+        const QList<SessionEvent> states = s.eventsSince(0, SessionEvent::Kind::State);
+        ASSERT_FALSE(states.isEmpty());
+        const QList<REnvObject> merged = states.last().state.env;
+        const QString full = s.output(u"cat(.vesk$stateJSON(full = TRUE))"_qs);
+        const std::optional<JSONValue> frame = JSONValue::parse(QStringView(full));
+        ASSERT_TRUE(frame && frame->find(u"state")) << text(full.left(200));
+        const std::optional<RSessionState> fresh = RSessionState::fromJSON(*frame->find(u"state"));
+        ASSERT_TRUE(fresh.has_value());
+        ASSERT_FALSE(fresh->partial);
+        QStringList mergedNames, freshNames;
+        for (const REnvObject &object : merged)
+            mergedNames.append(object.name);
+        for (const REnvObject &object : fresh->env)
+            freshNames.append(object.name);
+        ASSERT_EQ(text(mergedNames.join(u' ')), text(freshNames.join(u' '))) << "run " << run;
+        ASSERT_TRUE(merged == fresh->env) << "run " << run;
+    }
+    // The names outside the BMP and the fullwidth sign came in R's order.
+    const QList<REnvObject> last = s.eventsSince(0, SessionEvent::Kind::State).last().state.env;
+    EXPECT_TRUE(std::is_sorted(last.begin(), last.end(), [](const REnvObject &a, const REnvObject &b) {
+        return RSessionState::nameBefore(a.name, b.name);
+    }));
 }

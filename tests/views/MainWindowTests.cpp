@@ -177,6 +177,31 @@ TEST(MainWindowView, MenusWorkspacePaneAndSettingsWindow)
     EXPECT_EQ(objects->topLevelItem(0)->text(0), u"cars"_qs);
     EXPECT_EQ(objects->topLevelItem(0)->text(1), u"data.frame"_qs);
     EXPECT_EQ(objects->topLevelItem(0)->text(2), u"50 × 2"_qs);
+    // Later states change the rows in place: added before and after, changed, removed.
+    const auto shown = [&] {
+        QStringList rows;
+        for (int i = 0; i < objects->topLevelItemCount(); ++i)
+            rows.append(objects->topLevelItem(i)->text(0) + u' ' + objects->topLevelItem(i)->text(2));
+        return rows.join(u", "_qs).toStdString();
+    };
+    QTreeWidgetItem *carsRow = objects->topLevelItem(0);
+    REnvObject cars = frame; // `frame` refers into a list the workspace now shares
+    REnvObject first;
+    first.name = u"a"_qs;
+    first.length = 3;
+    REnvObject last = first;
+    last.name = u"zeta"_qs;
+    cars.dim = QList<double>{60, 2};
+    state.state.env = {first, cars, last};
+    f.workspace->handle(state);
+    EXPECT_EQ(shown(), "a [3], cars 60 × 2, zeta [3]");
+    EXPECT_EQ(objects->topLevelItem(1), carsRow) << "a changed object keeps its row";
+    state.state.env = {last};
+    f.workspace->handle(state);
+    EXPECT_EQ(shown(), "zeta [3]");
+    state.state.env = {first, cars};
+    f.workspace->handle(state);
+    EXPECT_EQ(shown(), "a [3], cars 60 × 2");
 
     SettingsWindow settings(f.settings);
     QStringList tabs;

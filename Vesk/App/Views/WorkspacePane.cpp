@@ -68,18 +68,43 @@ WorkspacePane::WorkspacePane(Workspace &workspace, QWidget *parent) : QWidget(pa
     updateChanges();
 }
 
+void WorkspacePane::fill(QTreeWidgetItem *row, const REnvObject &object)
+{
+    row->setText(0, object.name);
+    row->setText(1, classLabel(object));
+    row->setText(2, dimensions(object));
+    row->setText(3, object.sizeText().value_or(QString()));
+    row->setToolTip(0, object.summary.value_or(object.name));
+    row->setTextAlignment(3, Qt::AlignRight | Qt::AlignVCenter);
+}
+
+// Rows are added, changed and removed where the environment changed: a session with thousands of
+// objects must not rebuild them all after every run. Both lists are in the session's name order.
 void WorkspacePane::updateObjects()
 {
-    m_objects->clear();
-    QList<QTreeWidgetItem *> rows;
-    for (const REnvObject &object : m_workspace.environment()) {
-        auto *row = new QTreeWidgetItem(
-            {object.name, classLabel(object), dimensions(object), object.sizeText().value_or(QString())});
-        row->setToolTip(0, object.summary.value_or(object.name));
-        row->setTextAlignment(3, Qt::AlignRight | Qt::AlignVCenter);
-        rows.append(row);
+    const QList<REnvObject> &now = m_workspace.environment();
+    const QList<REnvObject> &before = m_shown;
+    int row = 0;
+    qsizetype a = 0;
+    qsizetype b = 0;
+    while (a < before.size() || b < now.size()) {
+        if (b == now.size() || (a < before.size() && RSessionState::nameBefore(before[a].name, now[b].name))) {
+            delete m_objects->takeTopLevelItem(row);
+            ++a;
+        } else if (a == before.size() || before[a].name != now[b].name) {
+            auto *item = new QTreeWidgetItem;
+            fill(item, now[b]);
+            m_objects->insertTopLevelItem(row++, item);
+            ++b;
+        } else {
+            if (!(before[a] == now[b]))
+                fill(m_objects->topLevelItem(row), now[b]);
+            ++row;
+            ++a;
+            ++b;
+        }
     }
-    m_objects->addTopLevelItems(rows);
+    m_shown = now;
 }
 
 void WorkspacePane::updateChanges()

@@ -2,11 +2,14 @@
 // changed.
 #pragma once
 
+#include "RSessionTypes.h"
+
 #include <QWidget>
 
 class QLabel;
 class QListWidget;
 class QTreeWidget;
+class QTreeWidgetItem;
 class Workspace;
 
 class WorkspacePane : public QWidget {
@@ -20,9 +23,11 @@ public:
 private:
     void updateObjects();
     void updateChanges();
+    static void fill(QTreeWidgetItem *row, const REnvObject &object);
 
     Workspace &m_workspace;
     QTreeWidget *m_objects = nullptr;
     QListWidget *m_changes = nullptr;
     QLabel *m_lastRun = nullptr;
+    QList<REnvObject> m_shown; // what the rows show, in their order
 };
