@@ -207,10 +207,6 @@ void rateLimitLine(const JSONValue &line, QList<Event> &out)
     out.append({std::move(usage)});
 }
 
-} // namespace
-
-namespace AgentStreamParser {
-
 QList<AgentStreamEvent> eventsOf(const JSONValue &line)
 {
     QList<Event> out;
@@ -231,6 +227,10 @@ QList<AgentStreamEvent> eventsOf(const JSONValue &line)
         rateLimitLine(line, out);
     return out;
 }
+
+} // namespace
+
+namespace AgentStreamParser {
 
 QList<AgentStreamEvent> parse(QByteArrayView utf8Line)
 {

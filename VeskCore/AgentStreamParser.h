@@ -16,7 +16,4 @@ QList<AgentStreamEvent> parse(QStringView line);
 // U+FFFD.
 QList<AgentStreamEvent> parse(QByteArrayView utf8Line);
 
-// The same events from a document already read; `parse` is this after JSONValue::parse.
-QList<AgentStreamEvent> eventsOf(const JSONValue &line);
-
 } // namespace AgentStreamParser

@@ -5,6 +5,7 @@
 #include "ChildReader.h"
 #include "ClaudeCLILocator.h"
 #include "PosixChild.h"
+#include "QueuedDelivery.h"
 #include "SerialQueue.h"
 #include "TextUnits.h"
 
@@ -39,9 +40,8 @@ struct ClaudeCodeProcess::Shared : std::enable_shared_from_this<ClaudeCodeProces
     bool reaped = false;
     bool killScheduled = false;
 
-    // Guards delivery; cleared when the owner goes away.
-    std::mutex deliveryLock;
-    ClaudeCodeProcess *owner = nullptr;
+    explicit Shared(ClaudeCodeProcess *owner) : delivery(owner) {}
+    QueuedDelivery<ClaudeCodeProcess> delivery;
 
     SerialQueue queue{"vesk.claude"};
     // Bytes of an unfinished line; touched only on the queue.
@@ -89,24 +89,11 @@ struct ClaudeCodeProcess::Shared : std::enable_shared_from_this<ClaudeCodeProces
 
     void deliver(QList<AgentStreamEvent> events, bool end = false)
     {
-        if (events.isEmpty() && !end)
-            return;
-        std::lock_guard guard(deliveryLock);
-        if (!owner)
-            return;
-        QMetaObject::invokeMethod(
-            owner,
-            [target = owner, events = std::move(events), end] {
-                QPointer<ClaudeCodeProcess> alive(target);
-                for (const AgentStreamEvent &event : events) {
-                    if (!alive)
-                        return;
-                    emit target->event(event);
-                }
-                if (end && alive)
-                    emit target->finished();
-            },
-            Qt::QueuedConnection);
+        const auto each = [](ClaudeCodeProcess *owner, const AgentStreamEvent &event) { emit owner->event(event); };
+        if (end)
+            delivery.post(std::move(events), each, [](ClaudeCodeProcess *owner) { emit owner->finished(); });
+        else
+            delivery.post(std::move(events), each);
     }
 
     // On the queue. Each pass of the loop scans only bytes not scanned before: what stays in the
@@ -210,18 +197,14 @@ void readLoop(std::shared_ptr<ClaudeCodeProcess::Shared> shared, int outFd, int 
 } // namespace
 
 ClaudeCodeProcess::ClaudeCodeProcess(ClaudeCodeConfiguration configuration, QObject *parent)
-    : QObject(parent), m_configuration(std::move(configuration)), m_shared(std::make_shared<Shared>())
+    : QObject(parent), m_configuration(std::move(configuration)), m_shared(std::make_shared<Shared>(this))
 {
     qRegisterMetaType<AgentStreamEvent>();
-    m_shared->owner = this;
 }
 
 ClaudeCodeProcess::~ClaudeCodeProcess()
 {
-    {
-        std::lock_guard guard(m_shared->deliveryLock);
-        m_shared->owner = nullptr;
-    }
+    m_shared->delivery.release();
     terminate();
 }
 

@@ -2,6 +2,7 @@
 
 #include "ChildReader.h"
 #include "PosixChild.h"
+#include "QueuedDelivery.h"
 #include "RLiteral.h"
 #include "SerialQueue.h"
 #include "TextUnits.h"
@@ -33,9 +34,8 @@ struct RProcess::Shared {
     pid_t pid = -1;
     bool reaped = false;
 
-    // Guards delivery to the owner; cleared when the owner goes away.
-    std::mutex deliveryLock;
-    RProcess *owner = nullptr;
+    explicit Shared(RProcess *owner) : delivery(owner) {}
+    QueuedDelivery<RProcess> delivery;
 
     SerialQueue writeQueue{"vesk.rprocess.stdin"};
 
@@ -47,22 +47,8 @@ struct RProcess::Shared {
 
     void deliver(QList<RProcessEvent> events)
     {
-        if (events.isEmpty())
-            return;
-        std::lock_guard guard(deliveryLock);
-        if (!owner)
-            return;
-        QMetaObject::invokeMethod(
-            owner,
-            [target = owner, events = std::move(events)] {
-                QPointer<RProcess> alive(target);
-                for (const RProcessEvent &event : events) {
-                    if (!alive)
-                        return;
-                    emit target->eventReceived(event);
-                }
-            },
-            Qt::QueuedConnection);
+        delivery.post(std::move(events),
+                      [](RProcess *owner, const RProcessEvent &event) { emit owner->eventReceived(event); });
     }
 };
 
@@ -170,17 +156,13 @@ void readLoop(std::shared_ptr<RProcess::Shared> shared, int outFd, int errFd, in
 RProcess::RProcess(QString executable, QString workingDirectory, QString kernelScript, QObject *parent)
     : KernelProcess(parent), m_executable(std::move(executable)),
       m_workingDirectory(std::move(workingDirectory)), m_kernelScript(std::move(kernelScript)),
-      m_token(RStreamParser::makeToken()), m_shared(std::make_shared<Shared>())
+      m_token(RStreamParser::makeToken()), m_shared(std::make_shared<Shared>(this))
 {
-    m_shared->owner = this;
 }
 
 RProcess::~RProcess()
 {
-    {
-        std::lock_guard guard(m_shared->deliveryLock);
-        m_shared->owner = nullptr;
-    }
+    m_shared->delivery.release();
     terminate();
 }
 
