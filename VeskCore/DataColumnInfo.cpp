@@ -10,7 +10,8 @@ DataColumnInfo DataColumnInfo::fromJSON(const JSONValue &value)
     return column;
 }
 
-std::optional<qsizetype> DataColumnInfo::remap(std::optional<qsizetype> index, const QList<DataColumnInfo> &from,
+std::optional<qsizetype> DataColumnInfo::remap(std::optional<qsizetype> index,
+                                               const QList<DataColumnInfo> &from,
                                                const QList<DataColumnInfo> &to)
 {
     if (!index || *index < 0 || *index >= from.size())

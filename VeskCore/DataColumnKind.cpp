@@ -56,7 +56,8 @@ QString DataColumnKind::shortLabel() const
     const QList<uint> characters = m_word.toUcs4();
     if (characters.size() < 7)
         return m_word;
-    return QString::fromUcs4(reinterpret_cast<const char32_t *>(characters.constData()), 5) + QStringLiteral("…");
+    return QString::fromUcs4(reinterpret_cast<const char32_t *>(characters.constData()), 5) +
+           QStringLiteral("…");
 }
 
 QString DataColumnKind::displayName() const

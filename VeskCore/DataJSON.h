@@ -26,8 +26,7 @@ std::optional<qint64> integer(std::optional<double> value);
 
 // An array decoded element by element, or a lone value decoded as a list of one. An element that
 // fails fails the whole.
-template <typename T, typename Decode>
-Result<QList<T>> oneOrMany(const JSONValue &value, Decode decode)
+template <typename T, typename Decode> Result<QList<T>> oneOrMany(const JSONValue &value, Decode decode)
 {
     QList<T> out;
     if (const JSONValue::Array *array = value.arrayValue()) {

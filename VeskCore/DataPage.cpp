@@ -39,7 +39,8 @@ Result<DataPage> DataPage::fromJSON(const JSONValue &value)
     }
     const qint64 offset = DataJSON::integer(DataJSON::number(value.find(u"offset"))).value_or(0);
     if (const JSONValue *rows = present(value, u"rows")) {
-        for (const std::optional<double> &row : DataJSON::lenientList<std::optional<double>>(*rows, DataJSON::number))
+        for (const std::optional<double> &row :
+             DataJSON::lenientList<std::optional<double>>(*rows, DataJSON::number))
             page.rows.append(DataJSON::integer(row).value_or(0));
     } else {
         qsizetype longest = 0;

@@ -16,7 +16,7 @@ struct DataPage {
     qint64 total = 0;    // rows before the filter
     qint64 filtered = 0; // rows after it
     qint64 offset = 0;
-    QList<qint64> rows;                 // 1-based row numbers in the unsorted, unfiltered frame
+    QList<qint64> rows;                  // 1-based row numbers in the unsorted, unfiltered frame
     std::optional<QStringList> rowNames; // none when the frame has automatic row names
     QList<DataColumnInfo> columns;
     QList<QList<std::optional<QString>>> cells;

@@ -27,7 +27,8 @@ std::optional<std::pair<qint64, qint64>> visiblePages(DataRowRange visible, qint
 } // namespace
 
 DataPageCache::DataPageCache(qint64 pageSize, qsizetype capacity, DataViewKey view)
-    : m_pageSize(std::max<qint64>(pageSize, 1)), m_capacity(std::max<qsizetype>(capacity, 1)), m_view(std::move(view))
+    : m_pageSize(std::max<qint64>(pageSize, 1)), m_capacity(std::max<qsizetype>(capacity, 1)),
+      m_view(std::move(view))
 {
 }
 
@@ -41,7 +42,8 @@ DataRowRange DataPageCache::pages(DataRowRange rows) const
 {
     if (rows.isEmpty())
         return {};
-    return {std::max<qint64>(rows.lower, 0) / m_pageSize, std::max<qint64>(rows.upper - 1, 0) / m_pageSize + 1};
+    return {std::max<qint64>(rows.lower, 0) / m_pageSize,
+            std::max<qint64>(rows.upper - 1, 0) / m_pageSize + 1};
 }
 
 QList<qint64> DataPageCache::cachedPages() const

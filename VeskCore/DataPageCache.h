@@ -70,7 +70,8 @@ public:
     // Marks the cached pages in view as just used.
     void touch(DataRowRange visibleRows);
     // Pages to fetch for what is in view, in fetch order, with one page of prefetch.
-    QList<qint64> missingPages(DataRowRange visibleRows, qint64 totalRows, DataScrollDirection direction) const;
+    QList<qint64> missingPages(DataRowRange visibleRows, qint64 totalRows,
+                               DataScrollDirection direction) const;
     // One contiguous run of missing visible pages (at most maxPages), or a prefetch page alone;
     // its pages become pending.
     std::optional<DataPageRequest> nextRequest(DataRowRange visibleRows, qint64 totalRows,

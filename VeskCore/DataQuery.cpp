@@ -2,7 +2,8 @@
 
 #include "RLiteral.h"
 
-DataQuery::DataQuery(qint64 offset, qint64 limit, std::optional<qsizetype> sort, bool descending, QString filter)
+DataQuery::DataQuery(qint64 offset, qint64 limit, std::optional<qsizetype> sort, bool descending,
+                     QString filter)
     : m_offset(offset), m_limit(limit), m_sort(sort), m_descending(descending), m_filter(std::move(filter))
 {
 }
@@ -38,7 +39,8 @@ QList<std::pair<QString, RArgument>> DataQuery::namedArguments() const
 
 QString DataQuery::rCall(const QString &id, const QString &expression) const
 {
-    return RLiteral::call(QStringLiteral(".vesk$data"), {RArgument(id), RArgument(expression)}, namedArguments());
+    return RLiteral::call(QStringLiteral(".vesk$data"), {RArgument(id), RArgument(expression)},
+                          namedArguments());
 }
 
 QString DataQuery::profileCall(const QString &id, const QString &expression)

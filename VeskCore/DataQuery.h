@@ -14,6 +14,7 @@
 
 class DataQuery {
 public:
+    DataQuery() = default;
     DataQuery(qint64 offset, qint64 limit, std::optional<qsizetype> sort, bool descending, QString filter);
     DataQuery(qint64 offset, qint64 limit, const DataViewKey &view);
 

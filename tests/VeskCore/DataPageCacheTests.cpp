@@ -23,8 +23,8 @@ DataPage answer(const DataPageRequest &request, qint64 totalRows)
     return page;
 }
 
-QList<qint64> requested(DataPageCache &cache, DataRowRange visible, qint64 total, DataScrollDirection direction,
-                        qint64 maxPages = 3)
+QList<qint64> requested(DataPageCache &cache, DataRowRange visible, qint64 total,
+                        DataScrollDirection direction, qint64 maxPages = 3)
 {
     const auto request = cache.nextRequest(visible, total, direction, maxPages);
     if (!request)

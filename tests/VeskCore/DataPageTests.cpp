@@ -84,7 +84,8 @@ TEST(DataPage, NormalisesCellsAndRowNames)
     EXPECT_EQ(padded.rowNames, (QStringList{u"a"_qs, QString(), QString()}));
     EXPECT_EQ(padded.cells[1], (QList<std::optional<QString>>{std::nullopt, std::nullopt, std::nullopt}));
 
-    DataPage empty = decode(R"({"total":0,"rows":[],"rowNames":["a"],"columns":[{"name":"x","type":"logical"}],
+    DataPage empty =
+        decode(R"({"total":0,"rows":[],"rowNames":["a"],"columns":[{"name":"x","type":"logical"}],
         "cells":[[]]})");
     EXPECT_EQ(empty.rowNames, std::nullopt);
     EXPECT_EQ(empty.rowCount(), 0);
@@ -102,8 +103,9 @@ TEST(DataPage, NormalisesCellsAndRowNames)
 TEST(DataPage, QueriesWriteTheKernelCall)
 {
     const DataQuery sorted(200, 600, 2, true, u"a\"b"_qs);
-    EXPECT_EQ(sorted.rCall(u"r1"_qs, u"df"_qs),
-              u".vesk$data(\"r1\", \"df\", offset = 200L, limit = 600L, sort = 3L, desc = TRUE, filter = \"a\\\"b\")"_qs);
+    EXPECT_EQ(
+        sorted.rCall(u"r1"_qs, u"df"_qs),
+        u".vesk$data(\"r1\", \"df\", offset = 200L, limit = 600L, sort = 3L, desc = TRUE, filter = \"a\\\"b\")"_qs);
     EXPECT_EQ(sorted.rows(), (DataRowRange{200, 800}));
     const DataQuery plain(0, -5, std::nullopt, true, QString());
     EXPECT_EQ(plain.rows(), (DataRowRange{0, 0}));
@@ -112,8 +114,10 @@ TEST(DataPage, QueriesWriteTheKernelCall)
     EXPECT_EQ(DataQuery::profileCall(u"r2"_qs, u".vesk$views[[\"v1\"]]"_qs),
               u".vesk$profile(\"r2\", \".vesk$views[[\\\"v1\\\"]]\")"_qs);
 
-    const QList<DataColumnInfo> before{{u"a"_qs, u"numeric"_qs}, {u"b"_qs, u"numeric"_qs}, {u"a"_qs, u"character"_qs}};
-    const QList<DataColumnInfo> after{{u"b"_qs, u"integer"_qs}, {u"a"_qs, u"numeric"_qs}, {u"a"_qs, u"numeric"_qs}};
+    const QList<DataColumnInfo> before{
+        {u"a"_qs, u"numeric"_qs}, {u"b"_qs, u"numeric"_qs}, {u"a"_qs, u"character"_qs}};
+    const QList<DataColumnInfo> after{
+        {u"b"_qs, u"integer"_qs}, {u"a"_qs, u"numeric"_qs}, {u"a"_qs, u"numeric"_qs}};
     EXPECT_EQ(DataColumnInfo::remap(2, before, after), 2) << "the same name in the same place stays";
     EXPECT_EQ(DataColumnInfo::remap(0, before, after), 1) << "else the first of that name";
     EXPECT_EQ(DataColumnInfo::remap(1, before, after), 0);

@@ -1,10 +1,10 @@
 // The kernel's data and profile requests against a real R, through RSession and the client's own
 // decoding: pages of datasets, sorts that equal R's radix order(), filters, odd frames and
 // strings, and arrangements that follow the object bound to a name without holding it.
+#include "../VeskCore/QStringPrinting.h"
 #include "DataPage.h"
 #include "DataQuery.h"
 #include "LiveSession.h"
-#include "../VeskCore/QStringPrinting.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -19,8 +19,9 @@ struct DataSession : LiveSession {
             return Failure{answer.error().description()};
         return DataPage::fromJSON(answer.value());
     }
-    DataPage rows(const QString &expr, qint64 offset, qint64 limit, std::optional<qsizetype> sort = std::nullopt,
-                  bool descending = false, const QString &filter = {})
+    DataPage rows(const QString &expr, qint64 offset, qint64 limit,
+                  std::optional<qsizetype> sort = std::nullopt, bool descending = false,
+                  const QString &filter = {})
     {
         Result<DataPage> got = page(expr, DataQuery(offset, limit, sort, descending, filter));
         EXPECT_TRUE(got.ok()) << expr.toStdString() << ": " << got.error().toStdString();
@@ -38,7 +39,8 @@ struct DataSession : LiveSession {
     QList<qint64> integers(const QString &code)
     {
         QList<qint64> out;
-        for (const QString &item : output(u"cat("_qs + code + u", sep = \",\")"_qs).split(u',', Qt::SkipEmptyParts))
+        for (const QString &item :
+             output(u"cat("_qs + code + u", sep = \",\")"_qs).split(u',', Qt::SkipEmptyParts))
             out.append(item.toLongLong());
         return out;
     }
@@ -108,15 +110,16 @@ TEST(DataKernel, SortAndFilterFollowR)
     DataSession r;
     ASSERT_TRUE(r.start());
     r.output(u"local({ set.seed(7); n <- 5000\n"
-             u"  big <- data.frame(num = round(rnorm(n), 1), chr = sample(c(letters, LETTERS, \"\u00e9\", NA), n, TRUE),\n"
+             u"  big <- data.frame(num = round(rnorm(n), 1), chr = sample(c(letters, LETTERS, \"\u00e9\", "
+             u"NA), n, TRUE),\n"
              u"                    int = sample(c(1:20, NA), n, TRUE))\n"
              u"  assign(\"big\", big, globalenv()) })"_qs);
     for (qsizetype column : {0, 1, 2}) {
         for (bool descending : {false, true}) {
             SCOPED_TRACE(testing::Message() << "column " << column << (descending ? " descending" : ""));
             const QList<qint64> expected =
-                r.integers(u"order(big[[%1]], method = \"radix\", decreasing = %2)"_qs.arg(column + 1).arg(
-                    descending ? u"TRUE"_qs : u"FALSE"_qs));
+                r.integers(u"order(big[[%1]], method = \"radix\", decreasing = %2)"_qs.arg(column + 1)
+                               .arg(descending ? u"TRUE"_qs : u"FALSE"_qs));
             ASSERT_EQ(expected.size(), 5000);
             QList<qint64> got = r.rows(u"big"_qs, 0, 3000, column, descending).rows;
             got += r.rows(u"big"_qs, 3000, 3000, column, descending).rows;
@@ -131,21 +134,26 @@ TEST(DataKernel, SortAndFilterFollowR)
     EXPECT_EQ(setosa.filtered, 50);
     EXPECT_EQ(setosa.rows.last(), 50);
     const DataPage value = r.rows(u"iris"_qs, 0, 200, 1, true, u"5.1"_qs);
-    EXPECT_EQ(value.rows, r.integers(u"local({ k <- which(rowSums(iris[1:4] == 5.1) > 0);"
-                                     u" k[order(iris[[2]][k], decreasing = TRUE, method = \"radix\")] })"_qs));
+    EXPECT_EQ(value.rows,
+              r.integers(u"local({ k <- which(rowSums(iris[1:4] == 5.1) > 0);"
+                         u" k[order(iris[[2]][k], decreasing = TRUE, method = \"radix\")] })"_qs));
     const DataPage none = r.rows(u"iris"_qs, 0, 200, std::nullopt, false, u"no such flower"_qs);
     EXPECT_EQ(none.filtered, 0);
     EXPECT_EQ(none.total, 150);
     EXPECT_EQ(none.rowCount(), 0);
     EXPECT_EQ(none.columns.size(), 5);
-    const DataPage dates = r.rows(u"data.frame(d = as.Date(\"2024-01-30\") + 0:3, s = c(\"a\", \"b\", \"x.y\", \"c\"))"_qs,
-                                  0, 10, std::nullopt, false, u"2024-01-31"_qs);
+    const DataPage dates =
+        r.rows(u"data.frame(d = as.Date(\"2024-01-30\") + 0:3, s = c(\"a\", \"b\", \"x.y\", \"c\"))"_qs, 0,
+               10, std::nullopt, false, u"2024-01-31"_qs);
     EXPECT_EQ(dates.rows, (QList<qint64>{2}));
-    EXPECT_EQ(r.rows(u"data.frame(s = c(\"a\", \"b\", \"x.y\", \"a.\"))"_qs, 0, 10, std::nullopt, false, u"."_qs).rows,
-              (QList<qint64>{3, 4}))
+    EXPECT_EQ(
+        r.rows(u"data.frame(s = c(\"a\", \"b\", \"x.y\", \"a.\"))"_qs, 0, 10, std::nullopt, false, u"."_qs)
+            .rows,
+        (QList<qint64>{3, 4}))
         << "the filter is literal text, not a pattern";
 
-    const Result<DataPage> listSort = r.page(u"data.frame(a = 1:2, l = I(list(1, 2)))"_qs, DataQuery(0, 10, 1, false, {}));
+    const Result<DataPage> listSort =
+        r.page(u"data.frame(a = 1:2, l = I(list(1, 2)))"_qs, DataQuery(0, 10, 1, false, {}));
     EXPECT_FALSE(listSort.ok());
 }
 
@@ -179,19 +187,21 @@ TEST(DataKernel, OddFramesAndStrings)
     ASSERT_EQ(page.columns.size(), 8);
     EXPECT_EQ(page.columns[3].type, u"POSIXct"_qs);
     EXPECT_EQ(page.columns[6], (DataColumnInfo{u"l"_qs, u"list"_qs}));
-    EXPECT_EQ(page.cells[0], (QList<std::optional<QString>>{text("1.5"), std::nullopt, text("NaN"), text("-Inf")}));
+    EXPECT_EQ(page.cells[0],
+              (QList<std::optional<QString>>{text("1.5"), std::nullopt, text("NaN"), text("-Inf")}));
     EXPECT_EQ(page.cells[1][3], text("123456789"));
-    EXPECT_EQ(page.cells[2], (QList<std::optional<QString>>{text("2024-02-29"), std::nullopt, text("2024-03-01"),
-                                                           text("2024-03-02")}));
+    EXPECT_EQ(page.cells[2], (QList<std::optional<QString>>{text("2024-02-29"), std::nullopt,
+                                                            text("2024-03-01"), text("2024-03-02")}));
     EXPECT_EQ(page.cells[3][0], text("2024-03-01 12:34:56"));
     EXPECT_EQ(page.cells[3][1], std::nullopt);
-    EXPECT_EQ(page.cells[4], (QList<std::optional<QString>>{text("lo"), text("hi"), std::nullopt, text("lo")}));
-    EXPECT_EQ(page.cells[5], (QList<std::optional<QString>>{text("tab\there"), text("line\nbreak"), std::nullopt,
-                                                           text("plain")}));
+    EXPECT_EQ(page.cells[4],
+              (QList<std::optional<QString>>{text("lo"), text("hi"), std::nullopt, text("lo")}));
+    EXPECT_EQ(page.cells[5], (QList<std::optional<QString>>{text("tab\there"), text("line\nbreak"),
+                                                            std::nullopt, text("plain")}));
     EXPECT_EQ(page.cells[6], (QList<std::optional<QString>>{text("1, 2, 3"), text("NULL"), std::nullopt,
-                                                           text("<data.frame [32 × 11]>")}));
-    EXPECT_EQ(page.cells[7], (QList<std::optional<QString>>{text("ok<ff>"), text("café"), text("\x01\x1e\x1f"),
-                                                           text("é😀")}));
+                                                            text("<data.frame [32 × 11]>")}));
+    EXPECT_EQ(page.cells[7], (QList<std::optional<QString>>{text("ok<ff>"), text("café"),
+                                                            text("\x01\x1e\x1f"), text("é😀")}));
     EXPECT_EQ(r.rows(u"odd"_qs, 0, 10, 0).rows, r.integers(u"order(odd$n, method = \"radix\")"_qs));
     EXPECT_EQ(r.rows(u"odd"_qs, 0, 10, 3, true).rows,
               r.integers(u"order(odd$t, method = \"radix\", decreasing = TRUE)"_qs));
@@ -232,8 +242,9 @@ TEST(DataKernel, ArrangementsFollowTheObject)
     DataSession r;
     ASSERT_TRUE(r.start());
     r.output(u"local(assign(\"scores\", data.frame(a = c(3, 1, 2)), globalenv()))"_qs);
-    const QString held = u"local({ a <- .vesk$arrangements[[\"scores\"]]$rows;"
-                         u" if (is.null(a)) cat(\"none\") else cat(sub(\" .*\", \"\", capture.output(.Internal(inspect(a, 0L, 0L)))[1L])) })"_qs;
+    const QString held =
+        u"local({ a <- .vesk$arrangements[[\"scores\"]]$rows;"
+        u" if (is.null(a)) cat(\"none\") else cat(sub(\" .*\", \"\", capture.output(.Internal(inspect(a, 0L, 0L)))[1L])) })"_qs;
     EXPECT_EQ(r.rows(u"scores"_qs, 0, 2, 0).rows, (QList<qint64>{2, 3}));
     const QString first = r.output(held);
     EXPECT_TRUE(first.startsWith(u'@')) << first.toStdString();
@@ -266,11 +277,13 @@ TEST(DataKernel, ArrangementsFollowTheObject)
     // Copies R makes when the values are modified after pages, profiles and sorts, against the
     // copies it makes of the same after runs without them. (Made inside local(): a top-level
     // assignment's value stays in .Last.value.)
-    const QString make = u"local({ g <- globalenv(); assign(\"v\", runif(1e5), g);"
-                         u" assign(\"m\", matrix(runif(2e5), ncol = 2), g);"
-                         u" assign(\"s\", as.character(1:1e5), g);"
-                         u" assign(\"f\", data.frame(a = runif(1e5), d = Sys.Date() + 1:1e5), g); invisible() })\n"_qs;
-    const QString trace = u"invisible(tracemem(v)); invisible(tracemem(m)); invisible(tracemem(s)); invisible(tracemem(f))\n"_qs;
+    const QString make =
+        u"local({ g <- globalenv(); assign(\"v\", runif(1e5), g);"
+        u" assign(\"m\", matrix(runif(2e5), ncol = 2), g);"
+        u" assign(\"s\", as.character(1:1e5), g);"
+        u" assign(\"f\", data.frame(a = runif(1e5), d = Sys.Date() + 1:1e5), g); invisible() })\n"_qs;
+    const QString trace =
+        u"invisible(tracemem(v)); invisible(tracemem(m)); invisible(tracemem(s)); invisible(tracemem(f))\n"_qs;
     const QString modify = u"v[1] <- 0; m[1, 1] <- 0; s[1] <- \"x\"; f$a[1] <- 0; f[2, 2] <- Sys.Date()"_qs;
     const auto copies = [&](const QString &code) { return r.output(code).count(u"tracemem["_qs); };
     r.output(make);
