@@ -27,13 +27,17 @@ formatNumberColumns <- function(columns, digits) {
     k <- length(columns)
     sizes <- lengths(columns)
   }
-  formats <- character(k)
+  # Width, decimals and whether in scientific notation; integers have only a width.
+  w <- d <- e <- integer(k)
   for (j in seq_len(k)) {
     info <- format.info(if (is.matrix(columns)) columns[, j] else columns[[j]], digits = digits)
-    formats[j] <- if (length(info) == 1L) paste0("%", info, ".0f") else
-      paste0("%", if (info[3L] > 0L && info[2L] > 0L) "#", info[1L], ".", info[2L],
-             if (info[3L] > 0L) "e" else "f")
+    w[j] <- info[1L]
+    if (length(info) == 3L) {
+      d[j] <- info[2L]
+      e[j] <- info[3L]
+    }
   }
+  formats <- paste0("%", c("", "#")[(e > 0L & d > 0L) + 1L], w, ".", d, c("f", "e")[(e > 0L) + 1L])
   values <- as.double(unlist(columns, use.names = FALSE))
   values[!is.na(values) & values == 0] <- 0 # R never prints a negative zero
   s <- sprintf(rep.int(formats, sizes), values)
@@ -92,8 +96,12 @@ printedMatrix <- function(cells, colLabels, rowLabels, right) {
       used <- used + w[last] + 1L
     }
     block <- first:last
+    # The block's rows: its cells row after row, cut at the ends of the rows.
+    byRow <- t(cells[, block, drop = FALSE])
+    ends <- rep.int("", length(byRow))
+    ends[seq.int(length(block), length(byRow), by = length(block))] <- "\001"
     lines <- c(lines, paste0(strrep(" ", rowWidth), paste(colLabels[block], collapse = "")),
-               paste0(rowText, vapply(seq_len(nr), function(i) paste(cells[i, block], collapse = ""), "")))
+               paste0(rowText, strsplit(paste0(byRow, ends, collapse = ""), "\001", fixed = TRUE)[[1L]]))
     first <- last + 1L
   }
   lines
@@ -260,6 +268,8 @@ quickSummary <- function(x) {
     if (is.matrix(sms)) return(NULL)
     sms <- format(sms, digits = digits)
     lbs <- format(names(sms))
+    # Text that print() would escape is left to R.
+    if (any(grepl("[\001-\037\177]", c(sms, lbs), useBytes = TRUE))) return(NULL)
     lw[i] <- nchar(lbs[1L], "w")
     others[[i]] <- paste0(lbs, ":", sms, "  ")
   }
@@ -302,26 +312,31 @@ plainStr <- local({
       if (!any(at)) return(NULL)
       vapply(columns[at], `[`, template, seq_len(m), USE.NAMES = FALSE)
     }
-    joined <- function(texts, group) vapply(split(texts, group), paste, "", collapse = " ", USE.NAMES = FALSE)
+    # The texts of each column joined by spaces, the columns' texts one after the other.
+    joined <- function(texts, sizes) {
+      sep <- rep.int(" ", length(texts))
+      sep[cumsum(sizes)] <- "\001"
+      strsplit(paste0(texts, sep, collapse = ""), "\001", fixed = TRUE)[[1L]]
+    }
     if (!is.null(h <- firstValues("num", numeric(m)))) {
       a <- abs(h)
       exact <- is.na(h) | ((a > 1e-10 | a == 0) & (a < 1e+10 | a == 0) & abs(h - signif(h, 3L)) <= 9e-16 * a)
       vLen[mods == "num"] <- ifelse(colSums(!exact) == 0, 10L, 5L)
       take <- row(h) <= vLen[mods == "num"][col(h)]
       texts <- formatNumberColumnsTrimmed(split(h[take], col(h)[take]))
-      shown[mods == "num"] <- joined(texts, col(h)[take])
+      shown[mods == "num"] <- joined(texts, colSums(take))
     }
     if (!is.null(h <- firstValues("int", integer(m)))) {
       texts <- as.character(h)
       texts[is.na(texts)] <- "NA"
-      shown[mods == "int"] <- joined(texts, col(h))
+      shown[mods == "int"] <- joined(texts, rep.int(m, ncol(h)))
     }
     if (!is.null(h <- firstValues("logi", logical(m)))) {
       vLen[mods == "logi"] <- 6L
       take <- row(h) <= 6L
       texts <- c("FALSE", "TRUE")[h[take] + 1L]
       texts[is.na(texts)] <- "NA"
-      shown[mods == "logi"] <- joined(texts, col(h)[take])
+      shown[mods == "logi"] <- joined(texts, colSums(take))
     }
     for (j in which(mods == "factor")) {
       x <- columns[[j]]
