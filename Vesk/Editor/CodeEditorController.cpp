@@ -168,6 +168,8 @@ void CodeEditorController::revealLine(int line, int column)
 {
     if (!m_session)
         return;
+    // A line of the whole text, not of the part loaded so far.
+    m_session->finishLoading();
     const RLineIndex &lines = m_session->model().lines();
     const qsizetype index = std::clamp<qsizetype>(line - 1, 0, lines.lineCount() - 1);
     const qsizetype start = lines.start(index);

@@ -380,7 +380,8 @@ void EditorSession::finishLoading()
 
 void EditorSession::fillSlice(qint64 budgetNanoseconds)
 {
-    if (!m_fill || !m_document)
+    // Not from inside a slice (from a handler of the document's change notice).
+    if (!m_fill || !m_document || m_applyingExternalText)
         return;
     QElapsedTimer timer;
     timer.start();

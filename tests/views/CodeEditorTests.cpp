@@ -23,6 +23,7 @@
 #include <QScrollBar>
 #include <QTextBlock>
 #include <QTextLayout>
+#include <QThreadPool>
 
 #include <gtest/gtest.h>
 
@@ -467,6 +468,39 @@ TEST(CodeEditorView, AScriptEditorWritesItsDocumentAndSourcesOrKnitsTheSavedFile
               QStringLiteral("browseURL(rmarkdown::render(\"%1\", envir = new.env(parent = globalenv()), "
                              "quiet = TRUE))")
                   .arg(report));
+}
+
+// The outline of a long script is read on a pool thread: what the bar ends with is the outline of
+// the text it was last asked about, even when an earlier answer comes late, and its entries jump.
+TEST(CodeEditorView, TheJumpBarReadsALongScriptOffTheMainThread)
+{
+    EditorFixture f;
+    const auto script = [](const QString &name) {
+        QString text;
+        for (int i = 0; i < 3000; ++i)
+            text += u"# Part "_qs + QString::number(i) + u" ----\n"_qs + name + QString::number(i) +
+                    u" <- function(x) x + 1\n# "_qs + QString(60, u'-') + u'\n';
+        return text;
+    };
+    const QString first = script(u"a"_qs);
+    const QString second = script(u"b"_qs);
+    ASSERT_GE(first.size(), EditorJumpBar::backgroundScanLength);
+    EditorJumpBar *bar = f.pane->jumpBar();
+    f.load(first);
+    f.session()->finishLoading();
+    bar->refresh();
+    EXPECT_TRUE(bar->items().isEmpty()) << "the answer comes later";
+    f.load(second);
+    f.session()->finishLoading();
+    bar->refresh();
+    QThreadPool::globalInstance()->waitForDone();
+    ASSERT_TRUE(TestSupport::waitUntil([&] { return !bar->items().isEmpty(); }));
+    QApplication::processEvents();
+    ASSERT_EQ(bar->items().size(), 6000);
+    EXPECT_EQ(bar->count(), 6000);
+    EXPECT_EQ(bar->items()[1].title, u"b0"_qs);
+    bar->activated(4001);
+    EXPECT_EQ(f.editor()->textCursor().blockNumber(), 2000 * 3 + 1);
 }
 
 namespace {

@@ -67,8 +67,13 @@ EditorFindBar::EditorFindBar(CodeEditor *editor, QWidget *parent) : QWidget(pare
     connect(done, &QToolButton::clicked, this, &EditorFindBar::close);
     connect(replaceOne, &QPushButton::clicked, this, &EditorFindBar::replaceCurrent);
     connect(replaceEvery, &QPushButton::clicked, this, &EditorFindBar::replaceAll);
+    // A text still loading is searched once it is all in, not at each of its slices.
     connect(m_editor->document(), &QTextDocument::contentsChanged, this, [this] {
-        if (isVisible())
+        if (isVisible() && !m_editor->session()->isLoading())
+            highlightMatches();
+    });
+    connect(m_editor->session(), &EditorSession::loadingChanged, this, [this](bool loading) {
+        if (isVisible() && !loading)
             highlightMatches();
     });
     hide();
@@ -97,6 +102,7 @@ bool EditorFindBar::findNext(bool backwards)
 {
     if (m_find->text().isEmpty())
         return false;
+    m_editor->session()->finishLoading();
     QTextDocument::FindFlags flags;
     if (backwards)
         flags |= QTextDocument::FindBackward;
@@ -127,6 +133,7 @@ void EditorFindBar::useSelection()
 
 void EditorFindBar::replaceCurrent()
 {
+    m_editor->session()->finishLoading();
     QTextCursor cursor = m_editor->textCursor();
     const Qt::CaseSensitivity sensitivity =
         m_caseSensitive->isChecked() ? Qt::CaseSensitive : Qt::CaseInsensitive;
@@ -139,6 +146,7 @@ int EditorFindBar::replaceAll()
 {
     if (m_find->text().isEmpty())
         return 0;
+    m_editor->session()->finishLoading();
     QTextDocument::FindFlags flags;
     if (m_caseSensitive->isChecked())
         flags |= QTextDocument::FindCaseSensitively;

@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <QPointer>
+#include <QStringListModel>
 #include <QThreadPool>
 
 EditorJumpBar::EditorJumpBar(CodeEditorController &controller, QWidget *parent)
@@ -13,6 +14,8 @@ EditorJumpBar::EditorJumpBar(CodeEditorController &controller, QWidget *parent)
     setObjectName(QStringLiteral("editorJumpBar"));
     setSizeAdjustPolicy(QComboBox::AdjustToContents);
     setMinimumContentsLength(24);
+    m_labels = new QStringListModel(this);
+    setModel(m_labels);
     // The outline is a scan of the whole text; after typing it waits for a pause.
     m_refresh.setSingleShot(true);
     m_refresh.setInterval(400);
@@ -61,13 +64,17 @@ void EditorJumpBar::showItems(const QList<OutlineItem> &items)
     if (items == m_items && count() > 0)
         return;
     m_items = items;
-    clear();
     if (m_items.isEmpty()) {
-        addItem(Outline::emptyText());
+        m_labels->setStringList({Outline::emptyText()});
         setEnabled(false);
         return;
     }
     setEnabled(true);
+    // One model reset, and a width from the shortest length for a long list: a long script has
+    // thousands of entries, and a box that adds them one by one and measures them all holds the
+    // window for a tenth of a second.
+    QStringList labels;
+    labels.reserve(m_items.size());
     for (const OutlineItem &item : m_items) {
         QString marker;
         switch (item.kind) {
@@ -84,8 +91,11 @@ void EditorJumpBar::showItems(const QList<OutlineItem> &items)
             marker = QStringLiteral("# ");
             break;
         }
-        addItem(QString(item.level * 2, u' ') + marker + item.title);
+        labels.append(QString(item.level * 2, u' ') + marker + item.title);
     }
+    setSizeAdjustPolicy(labels.size() > measuredEntries ? QComboBox::AdjustToMinimumContentsLengthWithIcon
+                                                        : QComboBox::AdjustToContents);
+    m_labels->setStringList(labels);
     followCaret();
 }
 

@@ -7,6 +7,7 @@
 #include <QTimer>
 
 class CodeEditorController;
+class QStringListModel;
 
 class EditorJumpBar : public QComboBox {
     Q_OBJECT
@@ -18,6 +19,8 @@ public:
     // main thread (a scan of 100,000 lines takes about 20 ms).
     void refresh();
     static constexpr qsizetype backgroundScanLength = 200'000;
+    // Above this many entries the box is as wide as its minimum contents length, not its widest.
+    static constexpr qsizetype measuredEntries = 500;
 
 private:
     void showItems(const QList<OutlineItem> &items);
@@ -25,6 +28,7 @@ private:
 
     CodeEditorController &m_controller;
     QList<OutlineItem> m_items;
+    QStringListModel *m_labels = nullptr;
     QTimer m_refresh;
     quint64 m_generation = 0;
 };

@@ -58,6 +58,13 @@ void ScriptEditorView::takeDocumentText()
     const std::set<qsizetype> breakpoints = session->breakpoints();
     session->loadText(m_document->text());
     session->setSelection(std::min(caret, session->text().size()));
+    // A caret below the part of a reloaded text that is in so far goes back once all of it is.
+    disconnect(m_caretAfterLoad);
+    if (session->isLoading() && caret > session->text().size())
+        m_caretAfterLoad = connect(session, &EditorSession::loadingChanged, this, [this, session, caret] {
+            disconnect(m_caretAfterLoad);
+            session->setSelection(std::min(caret, session->text().size()));
+        });
     m_syncingBreakpoints = true;
     session->setBreakpoints(breakpoints);
     m_syncingBreakpoints = false;

@@ -23,4 +23,5 @@ private:
 
     QPointer<EditorDocument> m_document;
     bool m_syncingBreakpoints = false;
+    QMetaObject::Connection m_caretAfterLoad;
 };
