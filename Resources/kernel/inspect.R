@@ -181,7 +181,7 @@ quickHead <- function(x) {
     cells <- matrix(NA_character_, length(rows), p)
     numbers <- vapply(x, plainNumbers, NA, USE.NAMES = FALSE)
     if (any(numbers))
-      cells[, numbers] <- formatNumberColumns(lapply(x[numbers], `[`, rows), getOption("digits"))
+      cells[, numbers] <- formatNumberColumns(lapply(unclass(x)[numbers], `[`, rows), getOption("digits"))
     for (j in which(!numbers)) {
       column <- columnCells(x[[j]], rows)
       if (is.null(column)) return(NULL)
