@@ -55,7 +55,7 @@ local({
   if (!is.character(here)) stop("the Vesk kernel must be sourced with source()")
   vesk$vesk <- vesk
   parts <- c("protocol.R", "execution.R", "environment.R", "inspect.R", "data.R", "input.R",
-             "plots.R")
+             "plots.R", "packages.R")
   for (part in file.path(here, "kernel", parts)) {
     # Without source references the kernel parses in half the time; its frames need none.
     for (expr in parse(part, keep.source = FALSE, encoding = "UTF-8")) eval(expr, vesk)
