@@ -1,9 +1,11 @@
 #include "MainWindow.h"
 
 #include "App/Workspace.h"
+#include "App/WorkspacePackages.h"
 #include "Base/RecentProjects.h"
 #include "Base/Settings.h"
 #include "Console/Views/ConsoleView.h"
+#include "Panes/Views/PackagesPane.h"
 #include "Plots/Views/PlotsPane.h"
 #include "WorkspacePane.h"
 
@@ -34,6 +36,7 @@ MainWindow::MainWindow(Workspace &workspace, Settings &settings, QWidget *parent
     m_inspector->setDocumentMode(true);
     m_inspector->addTab(m_pane, QStringLiteral("Workspace"));
     m_inspector->addTab(m_plots, QStringLiteral("Plots"));
+    m_inspector->addTab(new PackagesPane(workspacePackages(m_workspace), this), QStringLiteral("Packages"));
     connect(m_inspector, &QTabWidget::currentChanged, this, [this](int index) {
         m_workspace.setInspectorTab(m_inspector->widget(index) == m_plots
                                         ? std::optional(Workspace::InspectorTab::Plots)
