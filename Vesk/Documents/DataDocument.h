@@ -1,5 +1,5 @@
-// A data view tab: the R expression whose value it shows. The grid itself comes with the data viewer;
-// until then the tab shows a placeholder.
+// A data view tab: the R expression whose value it shows. The grid's model is a child of the
+// document, made by the tabs (which can reach R), so it lives exactly as long as the tab's item.
 #pragma once
 
 #include <QObject>
@@ -20,6 +20,12 @@ public:
 
     // A view whose object the kernel pinned for it, released when the tab closes.
     bool holdsPinnedObject() const { return m_expr.startsWith(QStringLiteral(".vesk$views[[")); }
+
+    // R may have changed the object: the grid reads its pages again.
+    void reload() { emit reloadRequested(); }
+
+signals:
+    void reloadRequested();
 
 private:
     QUuid m_id = QUuid::createUuid();

@@ -348,6 +348,7 @@ void DocumentStore::openData(const QString &expr, const QString &title)
     for (const OpenItem &entry : m_items) {
         if (entry.data && entry.data->expr() == expr) {
             select(entry.id());
+            entry.data->reload();
             return;
         }
     }
@@ -631,7 +632,10 @@ void DocumentStore::checkDisk()
 
 void DocumentStore::refreshDataViews()
 {
-    // The data grid reloads its pages here once there is one.
+    // An open grid follows its object as code changes it; it keeps its cells until new ones come.
+    for (const OpenItem &entry : m_items)
+        if (entry.data)
+            entry.data->reload();
     checkDisk();
 }
 

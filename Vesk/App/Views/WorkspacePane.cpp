@@ -2,6 +2,8 @@
 
 #include "App/Workspace.h"
 #include "Appearance.h"
+#include "Documents/DocumentStore.h"
+#include "RLiteral.h"
 
 #include <QHeaderView>
 #include <QLabel>
@@ -61,6 +63,16 @@ WorkspacePane::WorkspacePane(Workspace &workspace, QWidget *parent) : QWidget(pa
     layout->addWidget(m_lastRun);
     layout->addWidget(m_changes);
 
+    // A double click views the object in a data tab; what the grid can't page stays out.
+    connect(m_objects, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem *item) {
+        const int row = m_objects->indexOfTopLevelItem(item);
+        if (row < 0 || row >= m_shown.size())
+            return;
+        const REnvObject &object = m_shown[row];
+        if (object.kind == REnvObject::Kind::Data || object.kind == REnvObject::Kind::List ||
+            object.kind == REnvObject::Kind::Value)
+            m_workspace.documents().openData(RLiteral::name(object.name), object.name);
+    });
     connect(&m_workspace, &Workspace::environmentChanged, this, &WorkspacePane::updateObjects);
     connect(&m_workspace, &Workspace::lastRunChanged, this, &WorkspacePane::updateChanges);
     connect(&m_workspace.console(), &ConsoleModel::changed, this, &WorkspacePane::updateChanges);

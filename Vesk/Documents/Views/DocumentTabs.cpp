@@ -1,12 +1,15 @@
 #include "DocumentTabs.h"
 
 #include "App/Workspace.h"
+#include "Data/DataGridModel.h"
+#include "Data/Views/DataGridView.h"
 #include "Documents/DocumentStore.h"
 #include "Editor/Views/ScriptEditorView.h"
 #include "PlainTextEditorView.h"
 #include "ScriptPane.h"
 
 #include <QLabel>
+#include <QPointer>
 #include <QTabBar>
 
 DocumentTabs::DocumentTabs(DocumentStore &store, Workspace *workspace, QWidget *parent)
@@ -54,13 +57,28 @@ QWidget *DocumentTabs::createEditorView(EditorDocument &document)
 
 QWidget *DocumentTabs::createDataView(DataDocument &data)
 {
-    // Until the data grid exists, the tab says what it will show.
-    auto *label =
-        new QLabel(QStringLiteral("%1\n\nThe data grid is not part of this version yet.").arg(data.title()));
-    label->setAlignment(Qt::AlignCenter);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
+    // The model is the document's, so a tab made again finds its pages, sort and filter.
+    auto *model = data.findChild<DataGridModel *>();
+    if (!model) {
+        QPointer<Workspace> workspace(m_workspace);
+        auto request = [workspace](const QString &name, const QList<RArgument> &args,
+                                   const QList<std::pair<QString, RArgument>> &named,
+                                   DataGridModel::KernelCompletion done) {
+            if (!workspace) {
+                done(Failure{QStringLiteral("No R session is running.")});
+                return;
+            }
+            workspace->session().request(name, args, named, [done](const RRequestResult &result) {
+                if (result.ok())
+                    done(result.value());
+                else
+                    done(Failure{result.error().description()});
+            });
+        };
+        model = DataGridModel::forExpression(data.expr(), data.title(), request, &data);
+        connect(&data, &DataDocument::reloadRequested, model, &DataGridModel::reload);
+    }
+    return new DataGridView(*model);
 }
 
 void DocumentTabs::syncItems()
