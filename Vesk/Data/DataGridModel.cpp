@@ -364,6 +364,10 @@ void DataGridModel::applyView()
 
 void DataGridModel::reload()
 {
+    // A first fetch still waiting is answered after the run that sent this state (R reads requests
+    // only between runs), so it is already fresh; asking again would double the first page's wait.
+    if (m_started && !m_hasLoaded && isLoading())
+        return;
     m_started = true;
     ++m_copyGeneration;
     cancelRequests();
