@@ -9,8 +9,8 @@
 #
 # The kernel is in parts, one file a concern, in the folder `kernel` beside this file. Each part is
 # evaluated in `.vesk` in the order of `parts`; a part may call what an earlier one defined.
-# Requests to come each take a part of their own, added to `parts`: data.R (data pages), help.R,
-# packages.R, completion.R, parseCheck.R and debugger.R.
+# Requests to come each take a part of their own, added to `parts`: help.R, completion.R,
+# parseCheck.R and debugger.R.
 local({
   # Most of what runs while the kernel sets itself up runs once: compiling it first would cost more
   # than interpreting it. What runs again later is compiled then.
