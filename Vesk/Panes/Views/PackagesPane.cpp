@@ -119,8 +119,14 @@ PackagesPane::PackagesPane(PackageStore &store, QWidget *parent) : QWidget(paren
             return;
         const QString name = item->data(0, Qt::UserRole).toString();
         const bool checked = item->checkState(0) == Qt::Checked;
-        if (const RPackage *package = m_store.package(name); package && package->attached != checked)
-            m_store.setAttached(name, checked);
+        const RPackage *package = m_store.package(name);
+        if (!package || package->attached == checked)
+            return;
+        // The box shows what R reports: it turns when the search path does, not at the click.
+        m_filling = true;
+        item->setCheckState(0, package->attached ? Qt::Checked : Qt::Unchecked);
+        m_filling = false;
+        m_store.setAttached(name, checked);
     });
     connect(m_list, &QTreeWidget::itemSelectionChanged, this, &PackagesPane::sync);
     connect(&m_store, &PackageStore::changed, this, &PackagesPane::sync);
