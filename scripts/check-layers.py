@@ -2,7 +2,7 @@
 """Fails when a file of a lower layer includes a file of a higher one.
 
 Layers, lowest first: VeskCore (QtCore only), Vesk/Base (shared services), the subsystems
-(Vesk/Agents, Console, Documents, Editor, Files, Panes, Plots, Session), Vesk/App (the workspace hub), and the
+(Vesk/Agents, Console, Data, Documents, Editor, Files, Panes, Plots, Session), Vesk/App (the workspace hub), and the
 views (any Vesk/**/Views folder) with main.cpp. A file may include its own layer or a lower one;
 a subsystem includes another subsystem only through a pair listed in SUBSYSTEM_PAIRS. Only quoted
 includes are read, resolved as the compiler does: beside the file, then under Vesk/, then VeskCore/.
@@ -12,7 +12,7 @@ import re
 import sys
 
 ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-SUBSYSTEMS = {"Agents", "Console", "Documents", "Editor", "Files", "Panes", "Plots", "Session"}
+SUBSYSTEMS = {"Agents", "Console", "Data", "Documents", "Editor", "Files", "Panes", "Plots", "Session"}
 # (includer, included) subsystem pairs that today's code needs; none so far.
 SUBSYSTEM_PAIRS = set()
 RANKS = {"core": 0, "base": 1, "subsystem": 2, "app": 3, "views": 4}
