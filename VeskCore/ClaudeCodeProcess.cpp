@@ -89,7 +89,9 @@ struct ClaudeCodeProcess::Shared : std::enable_shared_from_this<ClaudeCodeProces
 
     void deliver(QList<AgentStreamEvent> events, bool end = false)
     {
-        const auto each = [](ClaudeCodeProcess *owner, const AgentStreamEvent &event) { emit owner->event(event); };
+        const auto each = [](ClaudeCodeProcess *owner, const AgentStreamEvent &event) {
+            emit owner->event(event);
+        };
         if (end)
             delivery.post(std::move(events), each, [](ClaudeCodeProcess *owner) { emit owner->finished(); });
         else

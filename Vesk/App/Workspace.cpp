@@ -267,7 +267,8 @@ void Workspace::applyState(const RSessionState &state)
     // A run that changed nothing leaves the session's list shared with ours: comparing is free.
     const bool envChanged = !m_environmentIsCurrent || state.env != m_environment;
     if (m_settings.boolValue(Settings::showWorkspaceChanges) && m_environmentIsCurrent)
-        m_console.attach(envChanged ? WorkspaceChange::diff(m_environment, state.env) : QList<WorkspaceChange>());
+        m_console.attach(envChanged ? WorkspaceChange::diff(m_environment, state.env)
+                                    : QList<WorkspaceChange>());
     m_environment = state.env;
     m_environmentIsCurrent = true;
     const bool directoryChanged = m_workingDirectory != state.wd && !state.wd.isEmpty();

@@ -100,7 +100,8 @@ void WorkspacePane::updateObjects()
     qsizetype a = 0;
     qsizetype b = 0;
     while (a < before.size() || b < now.size()) {
-        if (b == now.size() || (a < before.size() && RSessionState::nameBefore(before[a].name, now[b].name))) {
+        if (b == now.size() ||
+            (a < before.size() && RSessionState::nameBefore(before[a].name, now[b].name))) {
             delete m_objects->takeTopLevelItem(row);
             ++a;
         } else if (a == before.size() || before[a].name != now[b].name) {
