@@ -3,6 +3,7 @@
 // session: the first page, a page far down, sorts against R's own order(), a filter against R's own
 // grepl(), the profile, and R's memory held by a sorted view.
 #include "BenchFigures.h"
+#include "BenchSession.h"
 #include "DataPage.h"
 #include "DataQuery.h"
 #include "Session/RSession.h"
@@ -19,14 +20,7 @@ namespace {
 
 ExecResult run(RSession &session, const QString &code)
 {
-    bool done = false;
-    ExecResult result;
-    session.enqueueExec(code, ExecOrigin::system(), std::nullopt, 1, [&](const ExecResult &r) {
-        result = r;
-        done = true;
-    });
-    TestSupport::waitForEvents([&] { return done; }, std::chrono::minutes(10));
-    return result;
+    return runInSession(session, code, std::chrono::minutes(10));
 }
 
 // What R prints for `code`, read as a number.

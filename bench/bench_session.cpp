@@ -1,6 +1,7 @@
 // Round trips through RSession and the kernel against a real R, and the kernel's cost of the
 // "state" event: with many small objects, and with one large data frame (which must not matter).
 #include "BenchFigures.h"
+#include "BenchSession.h"
 #include "Session/RSession.h"
 #include "TestSupport.h"
 
@@ -17,14 +18,7 @@ namespace {
 
 ExecResult run(RSession &session, const QString &code)
 {
-    bool done = false;
-    ExecResult result;
-    session.enqueueExec(code, ExecOrigin::system(), std::nullopt, 1, [&](const ExecResult &r) {
-        result = r;
-        done = true;
-    });
-    TestSupport::waitForEvents([&] { return done; });
-    return result;
+    return runInSession(session, code);
 }
 
 double execRoundTripMs(RSession &session, const QString &code, int runs)
